@@ -1,0 +1,22 @@
+find_package(Threads REQUIRED)
+find_package(Boost 1.74 REQUIRED COMPONENTS log)
+find_package(Protobuf 3.21 REQUIRED)
+find_package(OpenSSL 3.0 REQUIRED)
+if(KESTREL_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(KESTREL_BUILD_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()
+
+# The service framework: the real package where it is installed, else the stand-in of
+# platform/cppmicroservices. Both offer the target CppMicroServices::CppMicroServices.
+option(KESTREL_BUNDLED_CPPMICROSERVICES "Use the built-in service framework even where CppMicroServices is installed" OFF)
+if(NOT KESTREL_BUNDLED_CPPMICROSERVICES)
+  find_package(CppMicroServices 3.8 QUIET)
+endif()
+if(CppMicroServices_FOUND)
+  message(STATUS "Service framework: CppMicroServices ${CppMicroServices_VERSION}")
+else()
+  message(STATUS "Service framework: built in")
+endif()

@@ -1,0 +1,28 @@
+# Language, warnings and the layout of the build tree, for every target of the project.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# The build tree has the shape of an installed tree, so bundles are found the same way in both.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(KESTREL_BUNDLE_ROOT "bin/osarch64/microservices/eps/platformservices")
+set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN")
+
+set(KESTREL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them (empty: none)")
+if(KESTREL_SANITIZE)
+  add_compile_options(-fsanitize=${KESTREL_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${KESTREL_SANITIZE})
+  if(KESTREL_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic)
+if(KESTREL_WARNINGS_AS_ERRORS)
+  add_compile_options(-Werror)
+endif()

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+
+namespace kestrel::datastreaming {
+
+/// Keys of the attributes that travel beside a message.
+struct MessageAttributes {
+  inline static const std::string TimeStamp = "TIMESTAMP";
+  inline static const std::string CompressionType = "COMPRESSIONTYPE";
+  inline static const std::string UnCompressedSize = "UNCOMPRESSEDSIZE";
+};
+
+/// Keys of the attributes of a stream. None is defined yet: streams are opened with an empty map.
+struct StreamAttributes {};
+
+/// Keys of the configuration map of the service and of its producers; every value is a std::string.
+struct DataSteamingConfig {
+  inline static const std::string QXA_TOKEN = "qxaToken";
+  inline static const std::string DATASTREAMING_SERIVCE_URL = "_datastreamingurl";
+  inline static const std::string WSPROTOCOL = "wsprotocol";
+  inline static const std::string PRODUCER_ACK = "producerACK";
+  inline static const std::string WS_ENV = "WS_ENV";
+  inline static const std::string WS_FIRST_RECONN_BACKOFF_MS = "wsFirstReconnBackoffMs";
+  inline static const std::string WS_MAX_RECONN_ATTEMPTS = "wsMaxReconnAttempts";
+  inline static const std::string WS_PING_INTERVAL_S = "wsPingIntervalS";
+};
+
+/// Codes that begin the text of an error of the service.
+struct DataSteamingErrorCodes {
+  inline static const std::string TOKEN_NOT_FOUND = "TokenNotFound";
+  inline static const std::string CONNECTION_ERROR = "ConnectionError";
+};
+
+}  // namespace kestrel::datastreaming

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "kestrel/diagnostics/Severity.hpp"
+
+namespace kestrel::diagnostics {
+
+/// Hands one record to the sinks of the Boost.Log core. Throws what a sink throws.
+void writeToBoostLog(const std::string& channel, Severity severity, std::string_view text);
+
+}  // namespace kestrel::diagnostics

@@ -1,0 +1,55 @@
+#include "kestrel/crypto/CryptoProvider.hpp"
+
+#include <openssl/err.h>
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <climits>
+#include <string>
+
+#include "kestrel/crypto/CryptoException.hpp"
+
+namespace kestrel::crypto {
+
+namespace {
+
+/// Takes this thread's OpenSSL errors off their queue, oldest first.
+std::string takeErrorTexts() {
+  std::string texts;
+  while (const auto code = ERR_get_error()) {
+    char text[256];
+    ERR_error_string_n(code, text, sizeof text);
+    texts.append(texts.empty() ? "" : "; ").append(text);
+  }
+  return texts.empty() ? "OpenSSL gave no reason" : texts;
+}
+
+}  // namespace
+
+CryptoProvider::CryptoProvider() {
+  ERR_clear_error();
+  if (RAND_status() != 1) {
+    throw CryptoException("CryptoProvider: expected a seeded random generator, got none: " +
+                          takeErrorTexts());
+  }
+}
+
+void CryptoProvider::randomBytes(std::uint8_t* out, std::size_t size) {
+  constexpr unsigned defaultStrength = 0;
+  ERR_clear_error();  // a failure must not be reported with somebody else's old errors
+  if (RAND_bytes_ex(nullptr, out, size, defaultStrength) == 1) return;
+  throw CryptoException("CryptoProvider: expected " + std::to_string(size) +
+                        " random bytes, got none: " + takeErrorTexts());
+}
+
+void CryptoProvider::addSeed(const std::uint8_t* seed, std::size_t size) {
+  constexpr double assumedEntropy = 0.0;  // the caller's bytes may be known to others
+  while (size > 0) {
+    const auto part = std::min<std::size_t>(size, INT_MAX);
+    RAND_add(seed, static_cast<int>(part), assumedEntropy);
+    seed += part;
+    size -= part;
+  }
+}
+
+}  // namespace kestrel::crypto

@@ -30,7 +30,8 @@ using SendHandler = std::function<std::shared_future<std::string>(std::vector<st
 class ProducerBuffer {
  public:
   /// Begins at once. Throws std::invalid_argument where the host has no thread pool.
-  ProducerBuffer(const SendHandler& sendHandler, std::size_t msgSizeLimit, std::chrono::milliseconds interval);
+  ProducerBuffer(const SendHandler& sendHandler, std::size_t msgSizeLimit,
+                 std::chrono::milliseconds interval);
   virtual ~ProducerBuffer();
   ProducerBuffer(const ProducerBuffer&) = delete;
   ProducerBuffer& operator=(const ProducerBuffer&) = delete;

@@ -26,8 +26,9 @@ std::chrono::seconds getRequestTimeout() {
     errno = before;
     return std::chrono::seconds(seconds);
   } catch (const std::invalid_argument& error) {
-    logger.log(Severity::error,
-               "Invalid value for QX_ASYNCIO_MESSENGER_REQUEST_TIMEOUT_S environment variable: ", error.what());
+    logger.log(
+        Severity::error,
+        "Invalid value for QX_ASYNCIO_MESSENGER_REQUEST_TIMEOUT_S environment variable: ", error.what());
   } catch (const std::out_of_range& error) {
     logger.log(Severity::error, "Out of range value provided for ", variable,
                " environment variable: ", error.what());

@@ -35,8 +35,9 @@ std::shared_future<std::string> stoppedResult() {
 }  // namespace
 
 SendDataHelper::SendDataHelper(const SendFunction& sendFunc)
-    : SendDataHelper(sendFunc, Clock{[] { return std::chrono::system_clock::now(); },
-                                     [](std::chrono::nanoseconds wait) { std::this_thread::sleep_for(wait); }}) {}
+    : SendDataHelper(sendFunc,
+                     Clock{[] { return std::chrono::system_clock::now(); },
+                           [](std::chrono::nanoseconds wait) { std::this_thread::sleep_for(wait); }}) {}
 
 SendDataHelper::SendDataHelper(const SendFunction& sendFunc, Clock clock)
     : _sendFunc(sendFunc), _startTime(clock.now()), _clock(std::move(clock)) {}
@@ -116,7 +117,8 @@ void SendDataHelper::restartPeriod() {
 }
 
 std::shared_future<std::string> SendDataHelper::splitAndSend(const std::vector<std::uint8_t>& data,
-                                                             AttributeMap&& attributes, std::size_t msgSizeLimit,
+                                                             AttributeMap&& attributes,
+                                                             std::size_t msgSizeLimit,
                                                              std::size_t msgRateLimit) {
   attributes[MessageAttributes::CompressionType] = std::string(constants::Chunk);
   if (data.empty()) return {};

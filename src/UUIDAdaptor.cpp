@@ -35,8 +35,12 @@ boost::uuids::uuid UUIDAdaptor::generateBytes() {
   return id;
 }
 
-std::string UUIDAdaptor::toString(boost::uuids::uuid id) { return boost::lexical_cast<std::string>(id); }
+std::string UUIDAdaptor::toString(boost::uuids::uuid id) {
+  return boost::lexical_cast<std::string>(id);
+}
 
-std::string UUIDAdaptor::operator()() { return toString(generateBytes()); }
+std::string UUIDAdaptor::operator()() {
+  return toString(generateBytes());
+}
 
 }  // namespace remote_connectivity::asyncio::util

@@ -10,8 +10,8 @@ namespace remote_connectivity::asyncio::util {
 
 /// Makes messengers over the data-streaming service of the host's service framework.
 ///
-/// The creation operations may be called from several threads at once, but not while the factory is destroyed.
-/// Messengers may outlive it.
+/// The creation operations may be called from several threads at once, but not while the factory is
+/// destroyed. Messengers may outlive it.
 ///
 /// Options of the three-argument creation, each a std::any of exactly the type named (any other type:
 /// std::bad_any_cast); unknown keys are ignored:

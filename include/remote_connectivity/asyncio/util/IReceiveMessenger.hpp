@@ -8,8 +8,8 @@
 
 namespace remote_connectivity::asyncio::util {
 
-/// Given each one-way message, on the messenger's delivery thread, one at a time. What it throws is logged and
-/// loses that message only. It must not destroy the messenger, nor wait for a response on it.
+/// Given each one-way message, on the messenger's delivery thread, one at a time. What it throws is logged
+/// and loses that message only. It must not destroy the messenger, nor wait for a response on it.
 using ReceiveHandler = std::function<void(const DataStruct& message)>;
 
 /// Given each request, on the messenger's delivery thread; what it returns goes back as the response. If it
@@ -21,8 +21,8 @@ class REMOTE_CONNECTIVITY_EXPORT IReceiveMessenger {
  public:
   virtual ~IReceiveMessenger();
 
-  /// Replaces the receive handler; the next message goes to the new one. Messages that arrive before the first
-  /// handler is set wait for it for up to 250 ms after the messenger was made.
+  /// Replaces the receive handler; the next message goes to the new one. Messages that arrive before the
+  /// first handler is set wait for it for up to 250 ms after the messenger was made.
   virtual void setReceiveHandler(ReceiveHandler handler) = 0;
 
   /// Replaces the request handler, as setReceiveHandler() does. Without one, requests are answered with an

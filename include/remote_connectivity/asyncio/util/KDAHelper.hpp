@@ -21,9 +21,9 @@ namespace remote_connectivity::asyncio::util {
 
 /// Turns data arrays into bytes and text and back.
 ///
-/// Makes its factory and its serialisation context on first use, without a lock: call getSerializationContext()
-/// once before sharing a helper between threads. After that every operation is safe for several at once.
-/// Whatever the array library throws reaches the caller unchanged.
+/// Makes its factory and its serialisation context on first use, without a lock: call
+/// getSerializationContext() once before sharing a helper between threads. After that every operation is safe
+/// for several at once. Whatever the array library throws reaches the caller unchanged.
 class REMOTE_CONNECTIVITY_EXPORT KDAHelper {
  public:
   /// The error text of kdaToString() for an array that is not text.
@@ -44,8 +44,8 @@ class REMOTE_CONNECTIVITY_EXPORT KDAHelper {
   [[nodiscard]] kestreldata::SerializationContext& getSerializationContext();
 
   /// The text of a char array, or of the first element of a string array, and an empty error; for any other
-  /// type an empty text and NotAStringError. Throws for text beyond 7 bits, an empty string array or a missing
-  /// first string.
+  /// type an empty text and NotAStringError. Throws for text beyond 7 bits, an empty string array or a
+  /// missing first string.
   [[nodiscard]] std::pair<std::string, std::string> kdaToString(const kestreldata::Array& array);
 
   /// The elements of an unsigned 8-bit array in column-major order; empty for any other type.
@@ -60,8 +60,8 @@ class REMOTE_CONNECTIVITY_EXPORT KDAHelper {
   /// A 1-by-N unsigned 8-bit array of the bytes.
   [[nodiscard]] kestreldata::Array kdaFromByteArray(const std::vector<std::uint8_t>& bytes);
 
-  /// Replaces a 1-by-N cell array by one with n more columns of default cells. Of a taller array only row 0 is
-  /// kept; its other rows become default cells.
+  /// Replaces a 1-by-N cell array by one with n more columns of default cells. Of a taller array only row 0
+  /// is kept; its other rows become default cells.
   void extendArray(kestreldata::TypedArray<kestreldata::Array>& cell, std::size_t n);
 
  private:

@@ -17,9 +17,8 @@
 namespace remote_connectivity::asyncio::util {
 
 /// Hands one message to a producer; the bytes are valid during the call only.
-using SendFunction = std::function<std::shared_future<std::string>(const std::uint8_t* data,
-                                                                   std::uint64_t size,
-                                                                   const AttributeMap& attributes)>;
+using SendFunction = std::function<std::shared_future<std::string>(
+    const std::uint8_t* data, std::uint64_t size, const AttributeMap& attributes)>;
 
 /// Cuts large payloads into chunks and holds a rate of messages per second in front of a send function.
 ///
@@ -45,13 +44,15 @@ class REMOTE_CONNECTIVITY_EXPORT SendDataHelper {
   std::shared_future<std::string> sendWithLimit(const std::uint8_t* data, std::size_t size,
                                                 const AttributeMap& attributes, std::size_t msgRateLimit);
 
-  /// Sends a payload in chunks, marked in the attribute map, which it changes: "COMPRESSIONTYPE" is "chunk" on
-  /// each; "UNCOMPRESSEDSIZE" is the size limit on each but the last and 0 on the last. An empty payload gives
-  /// a future without a state. The size limit must not be 0.
-  std::shared_future<std::string> splitAndSend(const std::vector<std::uint8_t>& data, AttributeMap&& attributes,
-                                               std::size_t msgSizeLimit, std::size_t msgRateLimit);
+  /// Sends a payload in chunks, marked in the attribute map, which it changes: "COMPRESSIONTYPE" is "chunk"
+  /// on each; "UNCOMPRESSEDSIZE" is the size limit on each but the last and 0 on the last. An empty payload
+  /// gives a future without a state. The size limit must not be 0.
+  std::shared_future<std::string> splitAndSend(const std::vector<std::uint8_t>& data,
+                                               AttributeMap&& attributes, std::size_t msgSizeLimit,
+                                               std::size_t msgRateLimit);
 
-  /// Lets the message in flight finish, its sleep of up to 1.2 s included, and refuses all others from now on.
+  /// Lets the message in flight finish, its sleep of up to 1.2 s included, and refuses all others from now
+  /// on.
   void stop();
 
  private:
@@ -70,9 +71,10 @@ class REMOTE_CONNECTIVITY_EXPORT SendDataHelper {
   void restartPeriod();
 
   SendFunction _sendFunc;
-  std::chrono::system_clock::time_point _startTime;  // of the counting period; guard: the caller's serialisation
-  std::uint64_t _msgCounter = 0;                     // messages in that period; same guard
-  std::mutex _sendMutex;                             // held by send() for its whole run
+  std::chrono::system_clock::time_point
+      _startTime;                 // of the counting period; guard: the caller's serialisation
+  std::uint64_t _msgCounter = 0;  // messages in that period; same guard
+  std::mutex _sendMutex;          // held by send() for its whole run
   std::atomic<bool> _stopped{false};
   std::condition_variable _sendCv;  // goes with _waitMutex
   std::mutex _waitMutex;            // guards _sendInProgress

@@ -8,16 +8,16 @@ namespace kestrel::datastreaming {
 /// What one stream carried since this service instance first used it. Bytes count users' bytes only, not
 /// headers.
 struct StreamStatistics {
-  std::string streamId;               ///< empty for anonymous streams
-  std::uint64_t messagesSent = 0;     ///< accepted by send()
-  std::uint64_t bytesSent = 0;        ///< of those messages
-  std::uint64_t messagesReceived = 0; ///< handed to data callbacks
-  std::uint64_t bytesReceived = 0;    ///< of those messages
-  std::uint64_t payloadsReceived = 0; ///< whole payloads handed to data callbacks, chunked or not
-  std::uint64_t refused = 0;          ///< messages that send() did not accept
-  std::uint64_t lost = 0;             ///< messages that were accepted and not delivered, as far as known
-  std::uint64_t reconnects = 0;       ///< times the connection behind the stream came back
-  std::string lastError;              ///< text of the newest failure, empty if none
+  std::string streamId;                ///< empty for anonymous streams
+  std::uint64_t messagesSent = 0;      ///< accepted by send()
+  std::uint64_t bytesSent = 0;         ///< of those messages
+  std::uint64_t messagesReceived = 0;  ///< handed to data callbacks
+  std::uint64_t bytesReceived = 0;     ///< of those messages
+  std::uint64_t payloadsReceived = 0;  ///< whole payloads handed to data callbacks, chunked or not
+  std::uint64_t refused = 0;           ///< messages that send() did not accept
+  std::uint64_t lost = 0;              ///< messages that were accepted and not delivered, as far as known
+  std::uint64_t reconnects = 0;        ///< times the connection behind the stream came back
+  std::string lastError;               ///< text of the newest failure, empty if none
 };
 
 }  // namespace kestrel::datastreaming

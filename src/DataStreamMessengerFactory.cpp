@@ -1,0 +1,84 @@
+#include "remote_connectivity/asyncio/util/DataStreamMessengerFactory.hpp"
+
+#include <stdexcept>
+#include <utility>
+
+#include "Constants.hpp"
+#include "SendReceiveDataStream.hpp"
+#include "ServiceConfiguration.hpp"
+#include "kestrel/datastreaming/StreamsFactory.hpp"
+#include "kestrel/framework/Framework.hpp"
+#include "kestrel/framework/InstallAndStart.hpp"
+#include "kestrel/framework/InstallPath.hpp"
+#include "kestrel/framework/ServiceLookup.hpp"
+#include "remote_connectivity/asyncio/util/UUIDAdaptor.hpp"
+
+namespace remote_connectivity::asyncio::util {
+
+using kestrel::datastreaming::DataSteamingConfig;
+using kestrel::datastreaming::StreamsFactory;
+
+namespace {
+
+std::u16string bundleDirectory() {
+  auto path = kestrel::framework::get_install_path();
+  if (!path.empty()) path = kestrel::framework::make_native_form(path, true);
+  for (const char16_t* component :
+       {u"bin", u"osarch64", u"microservices", u"eps", u"platformservices", u"datastreaming_impl"}) {
+    path = kestrel::framework::concatenate_pathname(path, component, true);
+  }
+  return path;
+}
+
+std::pair<std::string, std::string> newStreamIds() {
+  static UUIDAdaptor generator;
+  auto sendStreamId = generator();
+  return {std::move(sendStreamId), generator()};
+}
+
+}  // namespace
+
+DataStreamMessengerFactory::DataStreamMessengerFactory(std::string token, std::string endpoint) {
+  const auto framework = kestrel::framework::getFramework();  // kept alive until the service is found
+  if (kestrel::framework::installAndStart(bundleDirectory()).empty()) {
+    throw std::runtime_error("No bundles for DataStreaming");
+  }
+  _streamsFactory = kestrel::framework::findService<StreamsFactory>();
+  configure(std::move(token), std::move(endpoint));
+}
+
+DataStreamMessengerFactory::~DataStreamMessengerFactory() = default;
+
+void DataStreamMessengerFactory::configure(std::string token, std::string endpoint) {
+  ServiceConfiguration configuration;
+  token = argumentOrEnvironment(std::move(token), "QXA_TOKEN");
+  if (!token.empty()) configuration[DataSteamingConfig::QXA_TOKEN] = token;
+  endpoint = argumentOrEnvironment(std::move(endpoint), "DS_ENDPOINT");
+  if (!endpoint.empty()) {
+    configuration[DataSteamingConfig::DATASTREAMING_SERIVCE_URL] = endpoint;
+    if (endpoint.find("http:") != std::string::npos) {
+      configuration[DataSteamingConfig::WSPROTOCOL] = std::string("ws");
+    }
+  }
+  configureService(_streamsFactory, configuration);
+}
+
+std::unique_ptr<ISendReceiveMessenger> DataStreamMessengerFactory::createSendReceiveMessenger() {
+  auto [sendStreamId, receiveStreamId] = newStreamIds();
+  IMessengerFactory& self = *this;  // through the virtual table, so that an override counts here too
+  return self.createSendReceiveMessenger(std::move(sendStreamId), std::move(receiveStreamId));
+}
+
+std::unique_ptr<ISendReceiveMessenger> DataStreamMessengerFactory::createSendReceiveMessenger(
+    std::string sendStreamId, std::string receiveStreamId) {
+  const std::unordered_map<std::string, std::any> options{{constants::ProducerUsesBuffer, std::any(true)}};
+  return std::make_unique<SendReceiveDataStream>(sendStreamId, receiveStreamId, _streamsFactory, options);
+}
+
+std::unique_ptr<ISendReceiveMessenger> DataStreamMessengerFactory::createSendReceiveMessenger(
+    std::string sendStreamId, std::string receiveStreamId,
+    const std::unordered_map<std::string, std::any>& options) {
+  return std::make_unique<SendReceiveDataStream>(sendStreamId, receiveStreamId, _streamsFactory, options);
+}
+
+}  // namespace remote_connectivity::asyncio::util

@@ -1,0 +1,46 @@
+#include "transports/Transports.hpp"
+
+#include <array>
+#include <stdexcept>
+#include <string>
+
+#include "transports/memory/MemoryTransport.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+struct Entry {
+  const char* scheme;
+  std::shared_ptr<Transport> (*make)(const ServiceSettings&);
+};
+
+std::shared_ptr<Transport> makeMemory(const ServiceSettings&) {
+  return std::make_shared<MemoryTransport>();
+}
+
+/// Every scheme that an endpoint may have. A new transport is entered here and nowhere else.
+constexpr std::array entries{
+    Entry{"memory", &makeMemory},
+};
+
+std::string knownSchemes() {
+  std::string list;
+  for (const Entry& entry : entries) list += (list.empty() ? "" : ", ") + std::string(entry.scheme) + ":";
+  return list;
+}
+
+}  // namespace
+
+std::shared_ptr<Transport> makeTransport(const ServiceSettings& settings) {
+  const std::string scheme = settings.hasEndpoint() ? settings.scheme() : "memory";
+  for (const Entry& entry : entries) {
+    if (scheme == entry.scheme) return entry.make(settings);
+  }
+  // Only the scheme: the rest of an endpoint may hold a password.
+  throw std::runtime_error("the endpoint of the data-streaming service must begin with one of " +
+                           knownSchemes() + " but it " +
+                           (scheme.empty() ? "has no scheme" : "begins with " + scheme + ":"));
+}
+
+}  // namespace kestrel::streams

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <memory>
+
+#include "transports/shared/Transport.hpp"
+
+namespace kestrel::streams {
+
+/// Makes the transport for the endpoint of the settings; without an endpoint, the one within this process.
+/// Throws std::runtime_error for a scheme that nothing here speaks, with the list of those known.
+[[nodiscard]] std::shared_ptr<Transport> makeTransport(const ServiceSettings& settings);
+
+}  // namespace kestrel::streams

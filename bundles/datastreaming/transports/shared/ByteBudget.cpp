@@ -1,0 +1,26 @@
+#include "transports/shared/ByteBudget.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+constexpr std::uint64_t messageOverhead = 256;
+constexpr std::uint64_t attributeOverhead = 96;
+}  // namespace
+
+std::uint64_t ByteBudget::costOf(std::uint64_t size, const datastreaming::AttributeMap& attributes) {
+  std::uint64_t cost = size + messageOverhead;
+  for (const auto& [key, value] : attributes) {
+    cost += attributeOverhead + key.size();
+    if (const auto* text = std::get_if<std::string>(&value)) cost += text->size();
+  }
+  return cost;
+}
+
+bool ByteBudget::hasRoom(std::uint64_t cost, std::uint64_t producer) const {
+  const bool favoured = _favoured.load(std::memory_order_relaxed) == producer;
+  const std::uint64_t bound = favoured ? _limit + _reserve : _limit;
+  const std::uint64_t taken = used();
+  return taken <= bound && cost <= bound - taken;
+}
+
+}  // namespace kestrel::streams

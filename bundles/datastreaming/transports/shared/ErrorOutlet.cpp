@@ -1,0 +1,45 @@
+#include "transports/shared/ErrorOutlet.hpp"
+
+#include <exception>
+#include <stdexcept>
+
+#include "transports/shared/Log.hpp"
+
+namespace kestrel::streams {
+
+void ErrorOutlet::setCallback(datastreaming::ErrorCallback callback) {
+  auto shared =
+      callback ? std::make_shared<const datastreaming::ErrorCallback>(std::move(callback)) : nullptr;
+  const std::lock_guard lock(_mutex);
+  _callback.swap(shared);
+}
+
+void ErrorOutlet::report(const std::string& text) {
+  std::string full = _context->label() + ": " + text;
+  _context->counters.setLastError(full);
+  _context->reporter->post([self = shared_from_this(), full = std::move(full)] { self->tell(full); });
+}
+
+void ErrorOutlet::tell(const std::string& text) {
+  logError(text);
+  std::shared_ptr<const datastreaming::ErrorCallback> callback;
+  {
+    const std::lock_guard lock(_mutex);
+    callback = _callback;
+  }
+  if (!callback) return;
+  try {
+    _gate.run([&] { (*callback)(std::runtime_error(text)); });
+  } catch (const std::exception& error) {
+    logError("an error callback failed: " + std::string(error.what()));
+  } catch (...) {
+    logError("an error callback failed");
+  }
+}
+
+void ErrorOutlet::close() {
+  _gate.close();
+  setCallback(nullptr);
+}
+
+}  // namespace kestrel::streams

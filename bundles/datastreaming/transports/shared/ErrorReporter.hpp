@@ -1,0 +1,46 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace kestrel::streams {
+
+/// The thread on which failures are logged and error callbacks run, so that neither runs inside send() or
+/// under a lock. It starts with the first failure. Safe from any thread; it may be destroyed by a task of
+/// its own, and tasks that have not begun are then dropped.
+class ErrorReporter {
+ public:
+  static constexpr std::size_t defaultBound = 65536;
+
+  explicit ErrorReporter(std::size_t bound = defaultBound);
+  ~ErrorReporter();
+  ErrorReporter(const ErrorReporter&) = delete;
+  ErrorReporter& operator=(const ErrorReporter&) = delete;
+
+  /// Queues a task. Past the bound it is dropped and counted, and the log tells how many were.
+  void post(std::function<void()> task);
+
+ private:
+  struct State {
+    explicit State(std::size_t limit) : bound(limit) {}
+    const std::size_t bound;
+    std::mutex mutex;
+    // Guarded by mutex.
+    std::condition_variable wake;
+    std::deque<std::function<void()>> tasks;
+    std::uint64_t dropped = 0;
+    bool stopped = false;
+  };
+
+  static void run(const std::shared_ptr<State>& state);
+
+  const std::shared_ptr<State> _state;  // shared with the thread, which may outlive this object
+  std::thread _thread;                  // guarded by _state->mutex until destruction
+};
+
+}  // namespace kestrel::streams

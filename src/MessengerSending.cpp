@@ -3,7 +3,7 @@
 
 #include "MessengerLog.hpp"
 #include "SendReceiveDataStream.hpp"
-#include "kestrel/interrupt/UserInterrupt.hpp"
+#include "kestrel/interrupt/UserInterruptFacility.hpp"
 #include "remote_connectivity/asyncio/util/MessengerException.hpp"
 
 namespace remote_connectivity::asyncio::util {

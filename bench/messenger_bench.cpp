@@ -1,0 +1,166 @@
+// The messenger over streams in the process, each figure beside its yardstick.
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <atomic>
+#include <deque>
+#include <future>
+
+#include "Pair.hpp"
+#include "Yardsticks.hpp"
+
+namespace {
+
+using namespace bench;
+
+constexpr std::size_t smallSize = 100;
+constexpr std::size_t largeSize = 100'000'000;
+
+void echoRequests(ISendReceiveMessenger& messenger) {
+  messenger.setRequestHandler([](const DataStruct& message) { return message; });
+}
+
+/// To reach: at most 8 hand-offs; three are needed.
+void requestAndResponse(benchmark::State& state) {
+  const PinnedToOneCore pinned;
+  const double handOff = medianHandOff(20'000);
+  Pair pair;
+  echoRequests(*pair.far);
+  const DataStruct message(bytesArray(smallSize));
+  std::vector<double> samples;
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    benchmark::DoNotOptimize(pair.near->request(message));
+    samples.push_back(secondsSince(start));
+  }
+  const double p50 = median(std::move(samples));
+  state.counters["p50_us"] = p50 * 1e6;
+  state.counters["hand_off_us"] = handOff * 1e6;
+  state.counters["hand_offs"] = p50 / handOff;
+}
+BENCHMARK(requestAndResponse)->MinTime(2)->UseRealTime();
+
+void keepOutstanding(ISendReceiveMessenger& messenger, const DataStruct& message, int outstanding,
+                     int requests) {
+  std::deque<std::pair<std::shared_future<DataStruct>, std::string>> pending;
+  for (int i = 0; i < requests; ++i) {
+    pending.push_back(messenger.asyncRequest(message));
+    if (static_cast<int>(pending.size()) < outstanding) continue;
+    benchmark::DoNotOptimize(messenger.getAsyncRequestResult(pending.front().first, pending.front().second));
+    pending.pop_front();
+  }
+  for (const auto& [future, id] : pending)
+    benchmark::DoNotOptimize(messenger.getAsyncRequestResult(future, id));
+}
+
+/// To reach: 100,000 a second on two cores.
+void requestsFromEightThreads(benchmark::State& state) {
+  constexpr int threads = 8;
+  constexpr int outstandingEach = 8;
+  constexpr int requestsEach = 5'000;
+  Pair pair;
+  echoRequests(*pair.far);
+  const DataStruct message(bytesArray(smallSize));
+  for (auto _ : state) {
+    std::vector<std::thread> callers;
+    for (int i = 0; i < threads; ++i) {
+      callers.emplace_back([&] { keepOutstanding(*pair.near, message, outstandingEach, requestsEach); });
+    }
+    for (auto& caller : callers) caller.join();
+  }
+  state.SetItemsProcessed(state.iterations() * threads * requestsEach);
+}
+BENCHMARK(requestsFromEightThreads)->MinTime(2)->UseRealTime();
+
+/// Counts what arrives, and lets a sender wait for it.
+class Receipts {
+ public:
+  explicit Receipts(ISendReceiveMessenger& messenger) {
+    messenger.setReceiveHandler([this](const DataStruct&) {
+      ++_count;
+      _count.notify_one();
+    });
+  }
+  void waitFor(std::uint64_t count) const {
+    for (auto seen = _count.load(); seen < count; seen = _count.load()) _count.wait(seen);
+  }
+
+ private:
+  std::atomic<std::uint64_t> _count = 0;
+};
+
+/// To reach: 300,000 a second; what counts is what arrived.
+void oneWay(benchmark::State& state) {
+  constexpr std::uint64_t window = 4096;
+  Pair pair;
+  const Receipts receipts(*pair.far);
+  const DataStruct message(bytesArray(smallSize));
+  std::uint64_t sent = 0;
+  for (auto _ : state) {
+    pair.near->send(message);
+    if (++sent % (window / 2) == 0 && sent >= window) receipts.waitFor(sent - window / 2);
+  }
+  receipts.waitFor(sent);
+  state.SetItemsProcessed(static_cast<std::int64_t>(sent));
+}
+BENCHMARK(oneWay)->MinTime(2)->UseRealTime();
+
+/// To reach: 0.3 of the rate of a copy into new pages.
+void largeArrayInChunks(benchmark::State& state) {
+  Pair pair;
+  const Receipts receipts(*pair.far);
+  const DataStruct message(bytesArray(largeSize));
+  const std::vector<std::uint8_t> source(largeSize, 1);
+  std::vector<double> copies;
+  std::vector<double> transfers;
+  std::uint64_t sent = 0;
+  for (int i = 0; i < 2; ++i) {  // steady state begins after the first
+    pair.near->send(message);
+    receipts.waitFor(++sent);
+  }
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    pair.near->send(message);
+    receipts.waitFor(++sent);
+    transfers.push_back(secondsSince(start));
+    state.PauseTiming();
+    copies.push_back(copyIntoNewBuffer(source));
+    state.ResumeTiming();
+  }
+  const double transfer = median(std::move(transfers));
+  const double copy = median(std::move(copies));
+  state.counters["transfer_ms"] = transfer * 1e3;
+  state.counters["copy_ms"] = copy * 1e3;
+  state.counters["of_copy"] = copy / transfer;
+}
+BENCHMARK(largeArrayInChunks)->MinTime(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+std::size_t heapInUse() {
+  const struct mallinfo2 heap = mallinfo2();
+  return heap.uordblks + heap.hblkhd;
+}
+
+/// To reach: 64 KiB beside the thread stacks.
+void memoryOfIdleMessenger(benchmark::State& state) {
+  constexpr std::size_t pairs = 100;
+  const Options options = state.range(0) != 0 ? Options{{"producerUsesBuffer", std::any(true)}} : unlimited();
+  const DataStruct message(bytesArray(smallSize));
+  for (auto _ : state) {
+    const Pair first(options);  // what is made once for all
+    const std::size_t before = heapInUse();
+    std::deque<Pair> made;
+    for (std::size_t i = 0; i < pairs; ++i) {
+      const Pair& pair = made.emplace_back(options);
+      const Receipts receipts(*pair.far);
+      pair.near->send(message);
+      receipts.waitFor(1);
+      pair.far->setReceiveHandler([](const DataStruct&) {});
+    }
+    state.counters["KiB"] = static_cast<double>(heapInUse() - before) / (2.0 * pairs) / 1024;
+  }
+}
+BENCHMARK(memoryOfIdleMessenger)->ArgName("buffered")->Arg(0)->Arg(1)->Iterations(1);
+
+}  // namespace
+
+BENCHMARK_MAIN();

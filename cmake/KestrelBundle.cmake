@@ -1,0 +1,60 @@
+# Declares a bundle: a shared object that the service framework loads at run time. Which framework that is,
+# the real one or the stand-in, is known here and nowhere else.
+#   kestrel_add_bundle(<target> SYMBOLIC_NAME <name> DIRECTORY <dir> SOURCES file... [LIBS target...] [NO_INSTALL])
+# The symbolic name is a C identifier. The bundle lies in <dir> under the bundle root, in the build tree and
+# in the installed one. With NO_INSTALL it is meant for tests and lies in tests/bundles/<dir>.
+function(kestrel_add_bundle target)
+  cmake_parse_arguments(ARG "NO_INSTALL" "SYMBOLIC_NAME;DIRECTORY" "SOURCES;LIBS" ${ARGN})
+  if(NOT ARG_SYMBOLIC_NAME MATCHES "^[A-Za-z_][A-Za-z0-9_]*$" OR NOT ARG_DIRECTORY OR NOT ARG_SOURCES)
+    message(FATAL_ERROR "kestrel_add_bundle(${target}): expected a SYMBOLIC_NAME that is a C identifier, "
+      "a DIRECTORY and SOURCES; got \"${ARG_SYMBOLIC_NAME}\", \"${ARG_DIRECTORY}\" and \"${ARG_SOURCES}\"")
+  endif()
+
+  add_library(${target} SHARED ${ARG_SOURCES})
+  target_compile_features(${target} PRIVATE cxx_std_20)
+  target_compile_definitions(${target} PRIVATE US_BUNDLE_NAME=${ARG_SYMBOLIC_NAME})
+  target_link_libraries(${target} PRIVATE ${ARG_LIBS} CppMicroServices::CppMicroServices)
+  # Objects of the bundle may outlive the framework, so its code must stay in the process.
+  target_link_options(${target} PRIVATE "LINKER:-z,nodelete")
+  if(TARGET kestrel_cppmicroservices)
+    _kestrel_pack_for_stand_in(${target} ${ARG_SYMBOLIC_NAME})
+  else()
+    _kestrel_pack_for_cppmicroservices(${target} ${ARG_SYMBOLIC_NAME})
+  endif()
+
+  if(ARG_NO_INSTALL)
+    set_target_properties(${target} PROPERTIES
+      LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests/bundles/${ARG_DIRECTORY}")
+    return()
+  endif()
+  set(directory "${KESTREL_BUNDLE_ROOT}/${ARG_DIRECTORY}")
+  file(RELATIVE_PATH to_libraries "/${directory}" "/${CMAKE_INSTALL_LIBDIR}")
+  set_target_properties(${target} PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${directory}"
+    INSTALL_RPATH "$ORIGIN/${to_libraries}")
+  install(TARGETS ${target} LIBRARY DESTINATION "${directory}")
+endfunction()
+
+function(_kestrel_pack_for_stand_in target name)
+  set(US_BUNDLE_NAME ${name})
+  set(source "${CMAKE_CURRENT_BINARY_DIR}/${target}-bundle/BundleInit.cpp")
+  configure_file("${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../platform/cppmicroservices/cmake/BundleInit.cpp.in" "${source}" @ONLY)
+  target_sources(${target} PRIVATE "${source}")
+endfunction()
+
+function(_kestrel_pack_for_cppmicroservices target name)
+  set_target_properties(${target} PROPERTIES US_BUNDLE_NAME ${name})
+  set(sources)
+  usFunctionGenerateBundleInit(TARGET ${target} OUT sources)
+  # Appended resources would be lost when the installed bundle is stripped.
+  set(mode APPEND)
+  if(US_RESOURCE_LINKING_AVAILABLE)
+    set(mode LINK)
+  endif()
+  usFunctionGetResourceSource(TARGET ${target} OUT sources ${mode})
+  target_sources(${target} PRIVATE ${sources})
+  set(manifest_directory "${CMAKE_CURRENT_BINARY_DIR}/${target}-bundle")
+  file(WRITE "${manifest_directory}/manifest.json"
+    "{\n  \"bundle.symbolic_name\": \"${name}\",\n  \"bundle.activator\": true\n}\n")
+  usFunctionEmbedResources(TARGET ${target} WORKING_DIRECTORY "${manifest_directory}" FILES manifest.json ${mode})
+endfunction()

@@ -1,0 +1,3 @@
+#pragma once
+
+#define CPPMICROSERVICES_EXPORT __attribute__((visibility("default")))

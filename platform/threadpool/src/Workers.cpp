@@ -1,0 +1,112 @@
+#include "Workers.hpp"
+
+#include <pthread.h>
+
+#include <system_error>
+#include <utility>
+
+#include "Logging.hpp"
+
+namespace kestrel::threadpool {
+
+namespace {
+
+/// Takes the work over, so that its captures are gone when this returns.
+void runAndRelease(Workers::Work work) noexcept {
+  try {
+    work();
+  } catch (...) {
+    logCurrentException("Work on the thread pool failed");
+  }
+}
+
+}  // namespace
+
+void Workers::submit(Work work) {
+  bool isDelayed = false;
+  {
+    std::lock_guard lock(_mutex);
+    if (_closed) return;
+    _queue.push_back(std::move(work));
+    if (_queue.size() > _freeThreads) {
+      try {
+        startThread();
+      } catch (const std::system_error&) {
+        if (_threads.empty()) {
+          work = std::move(_queue.back());  // dropped by the caller, outside the lock
+          _queue.pop_back();
+          throw;
+        }
+        isDelayed = true;
+      }
+    }
+  }
+  _workArrived.notify_one();
+  if (isDelayed) {
+    logger().log(diagnostics::Severity::error, "No thread could be started; work waits for a running thread");
+  }
+}
+
+void Workers::startThread() {
+  std::thread thread([self = shared_from_this()] { self->runThread(); });
+  const auto id = thread.get_id();
+  _threads.emplace(id, std::move(thread));
+  ++_freeThreads;
+}
+
+void Workers::runThread() {
+  pthread_setname_np(pthread_self(), "kestrel-worker");
+  std::unique_lock lock(_mutex);
+  const auto hasNews = [this] { return _closed || !_queue.empty(); };
+  for (;;) {
+    const bool isIdle = !_workArrived.wait_for(lock, _options.idleTime, hasNews);
+    if (_closed) return;
+    if (isIdle) {
+      if (_threads.size() > _options.keptThreads) return retire(lock);
+      continue;
+    }
+    auto work = std::move(_queue.front());
+    _queue.pop_front();
+    --_freeThreads;
+    lock.unlock();
+    runAndRelease(std::move(work));
+    // Before the lock: a thread that queues for it is as good as free, and must not make submit() start
+    // another.
+    ++_freeThreads;
+    lock.lock();
+  }
+}
+
+void Workers::retire(std::unique_lock<std::mutex>& lock) {
+  --_freeThreads;
+  const auto self = _threads.find(std::this_thread::get_id());
+  auto earlier = std::exchange(_retired, std::move(self->second));
+  _threads.erase(self);
+  lock.unlock();
+  if (earlier.joinable()) earlier.join();
+}
+
+void Workers::close() {
+  std::deque<Work> dropped;
+  std::unordered_map<std::thread::id, std::thread> threads;
+  std::thread retired;
+  {
+    std::lock_guard lock(_mutex);
+    _closed = true;
+    dropped.swap(_queue);
+    threads.swap(_threads);
+    retired = std::move(_retired);
+  }
+  _workArrived.notify_all();
+  dropped.clear();  // before the join: what runs may wait for a promise in here to break
+  for (auto& [id, thread] : threads) {
+    if (id == std::this_thread::get_id()) {
+      thread.detach();
+    } else {
+      thread.join();
+    }
+  }
+  if (retired.joinable()) retired.join();
+}
+
+}  // namespace kestrel::threadpool

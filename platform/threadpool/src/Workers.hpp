@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
+#include "kestrel/threadpool/makeThreadPool.hpp"
+
+namespace kestrel::threadpool {
+
+/// The threads that run work, and the work that waits for them. Shared by the pool, its timer and the threads
+/// themselves, so that a thread whose own work destroys the pool still ends in live state.
+class Workers : public std::enable_shared_from_this<Workers> {
+ public:
+  using Work = std::function<void()>;
+
+  explicit Workers(const ThreadPoolOptions& options) : _options(options) {}
+
+  /// Throws std::system_error when the work needs a thread and the system gives none at all. Once closed, the
+  /// work is dropped.
+  void submit(Work work);
+
+  /// Drops the work that waits and joins the threads, all but the calling one.
+  void close();
+
+ private:
+  void startThread();
+  void runThread();
+  void retire(std::unique_lock<std::mutex>& lock);
+
+  const ThreadPoolOptions _options;
+  std::mutex _mutex;
+  std::condition_variable _workArrived;
+  // Threads that will look at the queue without running other work first. Grows at any time, shrinks under
+  // _mutex. Outside of submit() there is one for each waiting piece of work, so that none waits behind work
+  // that blocks.
+  std::atomic<std::size_t> _freeThreads{0};
+  // Guarded by _mutex.
+  std::deque<Work> _queue;
+  std::unordered_map<std::thread::id, std::thread> _threads;
+  std::thread _retired;  // has ended its loop; joined by the next one to retire
+  bool _closed = false;
+};
+
+}  // namespace kestrel::threadpool

@@ -101,15 +101,18 @@ TEST(ThreadPool, LogsWhatEscapesItsWorkAndGoesOn) {
               testing::UnorderedElementsAre(testing::HasSubstr("no paper"), testing::HasSubstr("unknown")));
 }
 
-TEST(ThreadPool, EndsIdleThreadsButKeepsSome) {
+TEST(ThreadPool, EndsSurplusThreadsWhileOtherWorkGoesOn) {
   const auto threadsBefore = threadsOfProcess();
   constexpr int kept = 2, timerThread = 1;
-  BlockedPool blocked(20, {.idleTime = 20ms, .keptThreads = kept});
+  BlockedPool blocked(20, {.idleTime = 100ms, .keptThreads = kept});
   EXPECT_EQ(threadsOfProcess(), threadsBefore + timerThread + 20);
   blocked.release();
   const auto expected = threadsBefore + timerThread + kept;
-  EXPECT_TRUE(eventually([&] { return threadsOfProcess() == expected; }))
-      << "waited for " << expected << " threads, got " << threadsOfProcess();
+  EXPECT_TRUE(eventually([&] {
+    blocked.pool->submit([] {});  // steady light work must not keep the idle threads awake in turn
+    return threadsOfProcess() == expected;
+  })) << "waited for "
+      << expected << " threads, got " << threadsOfProcess();
   Counter ran;
   for (int i = 0; i < 20; ++i) blocked.pool->submit([&] { ran.add(); });
   expectReaches(ran, 20, "work run after the pool had shrunk");

@@ -28,57 +28,70 @@ void Workers::submit(Work work) {
     std::lock_guard lock(_mutex);
     if (_closed) return;
     _queue.push_back(std::move(work));
-    if (_queue.size() > _freeThreads) {
-      try {
-        startThread();
-      } catch (const std::system_error&) {
-        if (_threads.empty()) {
-          work = std::move(_queue.back());  // dropped by the caller, outside the lock
-          _queue.pop_back();
-          throw;
-        }
-        isDelayed = true;
+    try {
+      ensureSeeker();
+    } catch (const std::system_error&) {
+      if (_threads.empty()) {
+        work = std::move(_queue.back());  // dropped by the caller, outside the lock
+        _queue.pop_back();
+        throw;
       }
+      isDelayed = true;
     }
   }
-  _workArrived.notify_one();
   if (isDelayed) {
     logger().log(diagnostics::Severity::error, "No thread could be started; work waits for a running thread");
   }
+}
+
+void Workers::ensureSeeker() {
+  if (_queue.size() <= _seekers) return;
+  if (_sleepers.empty()) return startThread();
+  auto* sleeper = _sleepers.back();
+  _sleepers.pop_back();
+  ++_seekers;
+  sleeper->woken = true;
+  sleeper->wake.notify_one();  // under the lock, as the sleeper lives on its thread's stack
 }
 
 void Workers::startThread() {
   std::thread thread([self = shared_from_this()] { self->runThread(); });
   const auto id = thread.get_id();
   _threads.emplace(id, std::move(thread));
-  ++_freeThreads;
+  ++_seekers;
 }
 
 void Workers::runThread() {
   pthread_setname_np(pthread_self(), "kestrel-worker");
   std::unique_lock lock(_mutex);
-  const auto hasNews = [this] { return _closed || !_queue.empty(); };
-  for (;;) {
-    const bool isIdle = !_workArrived.wait_for(lock, _options.idleTime, hasNews);
-    if (_closed) return;
-    if (isIdle) {
-      if (_threads.size() > _options.keptThreads) return retire(lock);
+  while (!_closed) {
+    if (_queue.empty()) {
+      if (!sleep(lock) && _threads.size() > _options.keptThreads) return retire(lock);
       continue;
     }
     auto work = std::move(_queue.front());
     _queue.pop_front();
-    --_freeThreads;
+    --_seekers;
     lock.unlock();
     runAndRelease(std::move(work));
-    // Before the lock: a thread that queues for it is as good as free, and must not make submit() start
-    // another.
-    ++_freeThreads;
+    ++_seekers;  // before the lock: submit() must not start another thread while this one queues for it
     lock.lock();
   }
 }
 
+/// Returns whether the thread was woken; if not, it has slept for the idle time.
+bool Workers::sleep(std::unique_lock<std::mutex>& lock) {
+  Sleeper self;
+  _sleepers.push_back(&self);
+  --_seekers;
+  if (self.wake.wait_for(lock, _options.idleTime, [&] { return self.woken; })) return true;
+  std::erase(_sleepers, &self);
+  ++_seekers;
+  return false;
+}
+
 void Workers::retire(std::unique_lock<std::mutex>& lock) {
-  --_freeThreads;
+  --_seekers;
   const auto self = _threads.find(std::this_thread::get_id());
   auto earlier = std::exchange(_retired, std::move(self->second));
   _threads.erase(self);
@@ -96,8 +109,11 @@ void Workers::close() {
     dropped.swap(_queue);
     threads.swap(_threads);
     retired = std::move(_retired);
+    for (auto* sleeper : std::exchange(_sleepers, {})) {
+      sleeper->woken = true;
+      sleeper->wake.notify_one();
+    }
   }
-  _workArrived.notify_all();
   dropped.clear();  // before the join: what runs may wait for a promise in here to break
   for (auto& [id, thread] : threads) {
     if (id == std::this_thread::get_id()) {

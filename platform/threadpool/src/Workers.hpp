@@ -8,6 +8,7 @@
 #include <mutex>
 #include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include "kestrel/threadpool/makeThreadPool.hpp"
 
@@ -29,19 +30,28 @@ class Workers : public std::enable_shared_from_this<Workers> {
   void close();
 
  private:
+  /// A thread that sleeps until it is given a reason to look at the queue.
+  struct Sleeper {
+    std::condition_variable wake;
+    bool woken = false;  // guarded by _mutex
+  };
+
+  void ensureSeeker();
   void startThread();
   void runThread();
+  bool sleep(std::unique_lock<std::mutex>& lock);
   void retire(std::unique_lock<std::mutex>& lock);
 
   const ThreadPoolOptions _options;
   std::mutex _mutex;
-  std::condition_variable _workArrived;
-  // Threads that will look at the queue without running other work first. Grows at any time, shrinks under
-  // _mutex. Outside of submit() there is one for each waiting piece of work, so that none waits behind work
-  // that blocks.
-  std::atomic<std::size_t> _freeThreads{0};
+  // Threads on their way to the queue, which look at it before they run anything or sleep: never fewer than
+  // there is work in the queue, so that none waits behind work that blocks. Grows at any time, shrinks under
+  // _mutex.
+  std::atomic<std::size_t> _seekers{0};
   // Guarded by _mutex.
   std::deque<Work> _queue;
+  std::vector<Sleeper*>
+      _sleepers;  // the last to sleep wakes first, so that surplus threads sleep to their end
   std::unordered_map<std::thread::id, std::thread> _threads;
   std::thread _retired;  // has ended its loop; joined by the next one to retire
   bool _closed = false;

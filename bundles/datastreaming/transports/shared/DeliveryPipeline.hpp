@@ -1,9 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "transports/shared/CallbackGate.hpp"
@@ -24,6 +24,8 @@ class DeliveryPipeline {
                    const PayloadSequencer::Limits& limits = {});
 
   void setDataCallback(datastreaming::DataCallback callback) { _callback = std::move(callback); }
+  /// Keeps the budget told of the producer whose payload is in progress; before the first frame.
+  void setBudget(std::shared_ptr<ByteBudget> budget) { _budget = std::move(budget); }
   [[nodiscard]] bool hasDataCallback() const { return static_cast<bool>(_callback); }
 
   /// A frame has arrived, at the time that it carries.
@@ -35,8 +37,6 @@ class DeliveryPipeline {
 
   /// When tick() may have something to do, if ever.
   [[nodiscard]] std::optional<TimePoint> deadline() const { return _sequencer.deadline(); }
-  /// The producer whose payload is being delivered, 0 for none; for ByteBudget::favour().
-  [[nodiscard]] std::uint64_t activeProducer() const { return _sequencer.activeProducer(); }
 
   /// Closes the way to the data callback. After it has returned the callback does not run, unless it was
   /// called from inside it. Safe from any thread.
@@ -45,6 +45,7 @@ class DeliveryPipeline {
 
  private:
   void work();
+  void favour(std::uint64_t producer);
   void perform(PayloadSequencer::Deliver& action);
   void perform(PayloadSequencer::EndPayload& action);
   void perform(PayloadSequencer::Loss& action);
@@ -59,7 +60,9 @@ class DeliveryPipeline {
   const std::shared_ptr<ErrorOutlet> _errors;
   datastreaming::DataCallback _callback;
   CallbackGate _gate;
+  std::shared_ptr<ByteBudget> _budget;  // outlives the charges of the frames in _sequencer
   // The driving thread's own.
+  std::uint64_t _favoured = 0;
   PayloadSequencer _sequencer;
   std::vector<std::unique_ptr<Receipt>> _openReceipts;  // of the pieces delivered of the payload in progress
   std::string _messageId;                               // kept to reuse its memory

@@ -8,6 +8,7 @@
 #include <variant>
 
 #include "transports/shared/Frame.hpp"
+#include "transports/shared/PayloadTurns.hpp"
 
 namespace kestrel::streams {
 
@@ -15,15 +16,15 @@ namespace kestrel::streams {
 /// and without pieces of others between them, and finds payloads that cannot be completed.
 ///
 /// A plain object without threads or clock: frames, events and times go in, actions are taken out with
-/// next(). Not thread-safe. docs/architecture.md tells the rules.
+/// next(). Not thread-safe.
 class PayloadSequencer {
  public:
   struct Limits {
     Clock::duration silence = std::chrono::seconds(10);  ///< after which an unfinished payload is given up
     std::uint64_t payloadBytes = 2ULL << 30;             ///< most bytes of one payload
     std::uint64_t waitingBytes = UINT64_MAX;             ///< most bytes of frames that wait for their turn
-    std::size_t producers = 1024;                        ///< most producers remembered, idle ones at least
-    Clock::duration forgetAfter = std::chrono::minutes(10);  ///< idle producers beyond that may be forgotten
+    std::size_t producers = 1024;                        ///< past that, idle producers are forgotten
+    Clock::duration forgetAfter = std::chrono::minutes(10);  ///< how long a producer is idle to be so
   };
 
   /// Hand the frame to the data callback.
@@ -31,9 +32,7 @@ class PayloadSequencer {
     Frame frame;
   };
   /// Hand over an empty last piece: the payload of which pieces were delivered cannot be completed.
-  struct EndPayload {
-    Stamp stamp;  ///< of the payload's producer
-  };
+  using EndPayload = PayloadTurns::EndPayload;
   /// Count messages that were accepted and will not be delivered; report it if there is a text.
   struct Loss {
     std::uint64_t messages = 0;
@@ -51,22 +50,22 @@ class PayloadSequencer {
   void producerVanished(std::uint64_t producer);
   /// The producer has given up the payload that it had begun.
   void payloadAbandoned(std::uint64_t producer);
-  /// The data callback failed on the frame of that stamp, which was the newest delivered one.
+  /// The data callback failed on the frame of that stamp, which next() gave last.
   void deliveryFailed(const Stamp& stamp);
 
   [[nodiscard]] std::optional<Action> next();
 
   /// When tick() may have something to do, if ever.
-  [[nodiscard]] std::optional<TimePoint> deadline() const;
+  [[nodiscard]] std::optional<TimePoint> deadline() const { return _nextCheck; }
   /// The producer of the payload in progress, 0 for none.
-  [[nodiscard]] std::uint64_t activeProducer() const { return _active; }
-  [[nodiscard]] std::size_t producersKnown() const { return _lanes.size(); }
+  [[nodiscard]] std::uint64_t activeProducer() const { return _turns.active(); }
+  [[nodiscard]] std::size_t producersKnown() const { return _producers.size(); }
 
  private:
-  using Entry = std::variant<Frame, EndPayload>;
-
   /// What is known of one producer.
-  struct Lane {
+  struct Intake {
+    std::uint64_t id = 0;
+    std::uint64_t firstSequence = 0;  // of those that this consumer saw
     std::uint64_t nextSequence = 0;
     TimePoint lastArrival;
     TimePoint lastChunk;
@@ -75,36 +74,26 @@ class PayloadSequencer {
     std::uint32_t nextIndex = 0;  // of it
     bool open = false;
     std::uint64_t dropped = 0;  // the payload whose remaining pieces are not wanted, 0 for none
-    std::deque<Entry> waiting;  // until the payload in progress, of another producer, has ended
-    bool queued = false;        // it has a place in _turns
-    bool vanished = false;
   };
 
-  Lane& laneOf(const Frame& frame);
+  Intake& intakeOf(const Frame& frame);
   void makeSpace(TimePoint now);
-  bool isDuplicate(Lane& lane, Frame& frame);
-  void checkSequence(Lane& lane, const Stamp& stamp);
-  [[nodiscard]] std::string faultOf(const Frame& frame) const;
-  void refuse(Lane& lane, Frame& frame, const std::string& why);
-  void acceptChunk(Lane& lane, Frame frame);
-  bool continuesPayload(Lane& lane, const Stamp& stamp);
-  void giveUp(std::uint64_t producer, Lane& lane, std::uint64_t alreadyLost, const std::string& why);
-  std::uint64_t tear(std::uint64_t producer, Lane& lane);
-  std::uint64_t purgeWaiting(Lane& lane);
-
-  void schedule(std::uint64_t producer, Lane& lane, Entry entry);
-  bool emit(std::uint64_t producer, Entry entry);
-  void serveTurns();
-  bool drain(std::uint64_t producer, Lane& lane);
+  bool isLate(const Intake& intake, Frame& frame);
+  void checkGap(Intake& intake, const Stamp& stamp);
+  [[nodiscard]] std::string faultOf(const Intake& intake, const Frame& frame) const;
+  [[nodiscard]] std::string chunkFaultOf(const Intake& intake, const Frame& frame) const;
+  void refuse(Intake& intake, Frame& frame, const std::string& why);
+  void noteChunk(Intake& intake, const Frame& frame);
+  bool isUnwanted(Intake& intake, Frame& frame);
+  void giveUp(Intake& intake, std::uint64_t lostBefore, const std::string& why);
+  std::uint64_t tear(Intake& intake);
   void lose(std::uint64_t messages, std::string text = {});
 
   const Limits _limits;
-  std::unordered_map<std::uint64_t, Lane> _lanes;
-  std::deque<std::uint64_t> _turns;  // producers with something waiting, in the order in which they began to
-  std::uint64_t _waitingBytes = 0;
-  std::uint64_t _active = 0;            // the producer whose payload is being delivered
-  std::optional<TimePoint> _nextCheck;  // no payload falls silent before that
-  std::deque<Action> _ready;
+  std::unordered_map<std::uint64_t, Intake> _producers;
+  PayloadTurns _turns;
+  std::deque<Loss> _losses;
+  std::optional<TimePoint> _nextCheck;  // no open payload falls silent before that
 };
 
 }  // namespace kestrel::streams

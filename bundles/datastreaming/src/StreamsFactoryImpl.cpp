@@ -1,0 +1,90 @@
+#include "src/StreamsFactoryImpl.hpp"
+
+#include <stdexcept>
+#include <utility>
+
+#include "src/StreamImpl.hpp"
+#include "transports/Transports.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+StreamLink& linkOf(const std::shared_ptr<datastreaming::Stream>& stream, const char* operation) {
+  const auto* own = dynamic_cast<const StreamImpl*>(stream.get());
+  if (own == nullptr) {
+    throw std::invalid_argument(std::string(operation) + ": a stream that getStream() gave was expected, " +
+                                (stream ? "another one came" : "an empty pointer came"));
+  }
+  return own->link();
+}
+
+}  // namespace
+
+StreamsFactoryImpl::StreamsFactoryImpl() : StreamsFactoryImpl(&makeTransport) {}
+
+StreamsFactoryImpl::StreamsFactoryImpl(TransportMaker maker)
+    : _makeTransport(std::move(maker)), _reporter(std::make_shared<ErrorReporter>()) {}
+
+void StreamsFactoryImpl::configure(const datastreaming::ConfigurationMap& configuration) {
+  const std::lock_guard lock(_mutex);
+  _settings.update(configuration);
+  _transport.reset();  // streams that exist keep theirs
+}
+
+std::shared_ptr<datastreaming::Stream> StreamsFactoryImpl::getStream(const std::string& id,
+                                                                     const datastreaming::AttributeMap&) {
+  const std::lock_guard lock(_mutex);
+  const auto context = contextOf(id);
+  auto stream = std::make_shared<StreamImpl>(context, transport()->open(context));
+  remember(context);
+  return stream;
+}
+
+std::shared_ptr<datastreaming::Producer> StreamsFactoryImpl::createProducer(
+    const std::shared_ptr<datastreaming::Stream>& stream,
+    const datastreaming::ConfigurationMap& configuration) {
+  StreamLink& link = linkOf(stream, "createProducer");
+  ProducerSettings settings;
+  {
+    const std::lock_guard lock(_mutex);
+    settings = readProducerSettings(configuration, _settings);
+  }
+  return link.makeProducer(settings);
+}
+
+std::shared_ptr<datastreaming::Consumer> StreamsFactoryImpl::createConsumer(
+    const std::shared_ptr<datastreaming::Stream>& stream) {
+  return linkOf(stream, "createConsumer").makeConsumer();
+}
+
+std::vector<datastreaming::StreamStatistics> StreamsFactoryImpl::statistics() const {
+  std::vector<std::shared_ptr<StreamContext>> opened;
+  {
+    const std::lock_guard lock(_mutex);
+    opened = _opened;
+  }
+  std::vector<datastreaming::StreamStatistics> result;
+  result.reserve(opened.size());
+  for (const auto& context : opened) result.push_back(context->counters.snapshot(context->id));
+  return result;
+}
+
+/// A named stream that is opened again counts on where it was.
+std::shared_ptr<StreamContext> StreamsFactoryImpl::contextOf(const std::string& id) const {
+  const auto known = _named.find(id);
+  if (known != _named.end()) return known->second;
+  return std::make_shared<StreamContext>(id, _reporter);
+}
+
+std::shared_ptr<Transport> StreamsFactoryImpl::transport() {
+  if (!_transport) _transport = _makeTransport(_settings);
+  return _transport;
+}
+
+void StreamsFactoryImpl::remember(const std::shared_ptr<StreamContext>& context) {
+  if (!context->id.empty() && !_named.emplace(context->id, context).second) return;
+  _opened.push_back(context);
+}
+
+}  // namespace kestrel::streams

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <memory>
+
+#include "transports/memory/MemoryStream.hpp"
+#include "transports/shared/ProducerBase.hpp"
+#include "transports/shared/ServiceSettings.hpp"
+
+namespace kestrel::streams {
+
+/// Puts messages on a stream within the process.
+class MemoryProducer final : public ProducerBase {
+ public:
+  MemoryProducer(std::shared_ptr<StreamContext> context, std::shared_ptr<MemoryStream> stream,
+                 const ProducerSettings& settings);
+  ~MemoryProducer() override;
+
+ protected:
+  Outcome transmit(const Outgoing& message) override;
+  void abandonPayload() override;
+
+ private:
+  const std::shared_ptr<MemoryStream> _stream;
+  const bool _acknowledge;
+  bool _heard = false;  // a message was accepted; guarded by the lock of ProducerBase
+};
+
+}  // namespace kestrel::streams

@@ -1,0 +1,53 @@
+#include "transports/memory/MemoryQueue.hpp"
+
+#include <utility>
+
+namespace kestrel::streams {
+
+void MemoryQueue::push(std::shared_ptr<const MemoryMessage> message, std::uint64_t cost) {
+  const std::uint64_t producer = message->stamp.producer;
+  add(Entry{Kind::message, producer, std::move(message), ByteBudget::Charge(_budget, cost)});
+}
+
+void MemoryQueue::pushNews(Kind kind, std::uint64_t producer) {
+  add(Entry{kind, producer, nullptr, {}});
+}
+
+void MemoryQueue::add(Entry entry) {
+  bool wake = false;
+  {
+    const std::lock_guard lock(_mutex);
+    _entries.push_back(std::move(entry));
+    wake = std::exchange(_waiting, false);
+  }
+  if (wake) _wake.notify_one();
+}
+
+std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optional<TimePoint> deadline) {
+  constexpr std::size_t keptCapacity = 16384;
+  batch.clear();
+  if (batch.capacity() > keptCapacity) batch = std::vector<Entry>();
+  std::unique_lock lock(_mutex);
+  while (_entries.empty() && !stopped()) {
+    _waiting = true;
+    if (!deadline) {
+      _wake.wait(lock);
+    } else if (_wake.wait_until(lock, *deadline) == std::cv_status::timeout) {
+      break;
+    }
+  }
+  _waiting = false;
+  if (stopped()) return std::nullopt;
+  batch.swap(_entries);
+  return Clock::now();
+}
+
+void MemoryQueue::stop() {
+  {
+    const std::lock_guard lock(_mutex);
+    _stopped.store(true, std::memory_order_relaxed);
+  }
+  _wake.notify_one();
+}
+
+}  // namespace kestrel::streams

@@ -1,0 +1,79 @@
+#include "transports/memory/MemoryStream.hpp"
+
+#include <algorithm>
+
+namespace kestrel::streams {
+
+std::optional<std::string> MemoryStream::refusalLocked(std::uint64_t size, std::uint64_t cost,
+                                                       std::uint64_t producer) const {
+  for (const auto& queue : _queues) {
+    const ByteBudget& budget = queue->budget();
+    if (budget.hasRoom(cost, producer)) continue;
+    return "message of " + std::to_string(size) + " bytes refused: " + std::to_string(budget.used()) +
+           " bytes wait for " + (_attended ? "a consumer" : "the first consumer") + ", the limit is " +
+           std::to_string(budget.limit());
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> MemoryStream::refusal(std::uint64_t size, std::uint64_t cost,
+                                                 std::uint64_t producer) {
+  const std::lock_guard lock(_mutex);
+  return refusalLocked(size, cost, producer);
+}
+
+std::optional<std::string> MemoryStream::publish(const std::shared_ptr<MemoryMessage>& message,
+                                                 std::uint64_t cost) {
+  // Only this function takes room, and it does so under the lock: room that was seen stays.
+  const std::lock_guard lock(_mutex);
+  if (auto why = refusalLocked(message->bytes.size(), cost, message->stamp.producer)) return why;
+  message->arrival = Clock::now();
+  for (const auto& queue : _queues) queue->push(message, cost);
+  return std::nullopt;
+}
+
+void MemoryStream::announce(MemoryQueue::Kind kind, std::uint64_t producer) {
+  const std::lock_guard lock(_mutex);
+  for (const auto& queue : _queues) queue->pushNews(kind, producer);
+}
+
+std::shared_ptr<MemoryQueue> MemoryStream::attach() {
+  const std::lock_guard lock(_mutex);
+  if (_attended) return _queues.emplace_back(std::make_shared<MemoryQueue>(_queueLimit));
+  _attended = true;
+  return _queues.front();
+}
+
+void MemoryStream::detach(const std::shared_ptr<MemoryQueue>& queue) {
+  const std::lock_guard lock(_mutex);
+  std::erase(_queues, queue);
+  if (!_queues.empty()) return;
+  _queues.push_back(std::make_shared<MemoryQueue>(_queueLimit));
+  _attended = false;
+}
+
+MemoryStreams& MemoryStreams::shared() {
+  static auto* const streams = new MemoryStreams();
+  return *streams;
+}
+
+std::shared_ptr<MemoryStream> MemoryStreams::open(const std::string& name) {
+  if (name.empty()) return std::make_shared<MemoryStream>(_queueLimit);
+  const std::lock_guard lock(_mutex);
+  if (_streams.size() >= _sweepAt) sweep();
+  auto& known = _streams[name];
+  auto stream = known.lock();
+  if (!stream) {
+    stream = std::make_shared<MemoryStream>(_queueLimit);
+    known = stream;
+  }
+  return stream;
+}
+
+/// Forgets streams that nobody holds. At doubling sizes only, so that opening stays cheap.
+void MemoryStreams::sweep() {
+  std::erase_if(_streams, [](const auto& item) { return item.second.expired(); });
+  _sweepAt = std::max<std::size_t>(64, 2 * _streams.size());
+}
+
+}  // namespace kestrel::streams

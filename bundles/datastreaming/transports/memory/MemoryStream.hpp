@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "transports/memory/MemoryQueue.hpp"
+
+namespace kestrel::streams {
+
+/// One stream within the process: gives every message to the queue of each consumer, or keeps it until the
+/// first consumer comes. Safe from any thread.
+class MemoryStream {
+ public:
+  explicit MemoryStream(std::uint64_t queueLimit) : _queueLimit(queueLimit) {}
+
+  /// Why a message of that size would not be taken over now; nothing if it would.
+  [[nodiscard]] std::optional<std::string> refusal(std::uint64_t size, std::uint64_t cost,
+                                                   std::uint64_t producer);
+
+  /// Takes a message over for all consumers, or for none; then it returns why.
+  [[nodiscard]] std::optional<std::string> publish(const std::shared_ptr<MemoryMessage>& message,
+                                                   std::uint64_t cost);
+
+  /// Tells all consumers of a producer.
+  void announce(MemoryQueue::Kind kind, std::uint64_t producer);
+
+  /// The queue of a new consumer; the first one's holds what was kept.
+  [[nodiscard]] std::shared_ptr<MemoryQueue> attach();
+  void detach(const std::shared_ptr<MemoryQueue>& queue);
+
+ private:
+  [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost,
+                                                         std::uint64_t producer) const;
+
+  const std::uint64_t _queueLimit;
+  std::mutex _mutex;
+  // Guarded by _mutex. Without a consumer the only queue is the one of the consumer to come.
+  std::vector<std::shared_ptr<MemoryQueue>> _queues{std::make_shared<MemoryQueue>(_queueLimit)};
+  bool _attended = false;  // a consumer is attached
+};
+
+/// The named streams of the process. A stream lives as long as anybody holds it. Safe from any thread.
+class MemoryStreams {
+ public:
+  /// The streams that all factories share, never destroyed.
+  static MemoryStreams& shared();
+
+  explicit MemoryStreams(std::uint64_t queueLimit = ByteBudget::defaultLimit) : _queueLimit(queueLimit) {}
+
+  /// The stream of that name; a new one for each empty name.
+  [[nodiscard]] std::shared_ptr<MemoryStream> open(const std::string& name);
+
+ private:
+  void sweep();
+
+  const std::uint64_t _queueLimit;
+  std::mutex _mutex;
+  // Guarded by _mutex.
+  std::map<std::string, std::weak_ptr<MemoryStream>> _streams;
+  std::size_t _sweepAt = 64;
+};
+
+}  // namespace kestrel::streams

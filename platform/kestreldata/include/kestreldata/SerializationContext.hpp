@@ -2,9 +2,9 @@
 
 #include <cstddef>
 #include <memory>
-#include <utility>
 
 #include "kestreldata/Array.hpp"
+#include "kestreldata/EncodedArray.hpp"
 #include "kestreldata/Export.hpp"
 // The generated header uses the export macro without including it.
 #include "kestreldata/KESTREL_Array.pb.h"
@@ -31,21 +31,6 @@ enum class OptimizedSparseFormat : int { compressedColumns = 0, coordinates = 1 
 /// level. Within what the protobuf parser itself allows.
 inline constexpr std::size_t maxNestingDepth = 64;
 
-/// Destroys an encoded array, handing the storage it borrowed back to the array it was made from.
-class KESTRELDATA_EXPORT MessageRelease {
- public:
-  MessageRelease() noexcept = default;
-  explicit MessageRelease(Array source) noexcept : _source(std::move(source)) {}
-  void operator()(const KESTREL_Array* message) const noexcept;
-
- private:
-  Array _source;  // keeps what the message borrows alive and unwritten until the message is gone
-};
-
-/// An array as a protobuf message, to be read and serialised only: it borrows the elements of the array,
-/// which it keeps alive.
-using EncodedArray = std::unique_ptr<const KESTREL_Array, MessageRelease>;
-
 /// Converts arrays to protobuf messages and back. Has no state: any number of threads may convert through one
 /// context at once.
 class KESTRELDATA_EXPORT SerializationContext {
@@ -61,9 +46,9 @@ class KESTRELDATA_EXPORT SerializationContext {
   /// An empty message, to parse into.
   [[nodiscard]] std::unique_ptr<KESTREL_Array> createKESTREL_Array() const;
 
-  /// The array as a message; the elements are not copied, strings apart. Throws SerializationException for an
+  /// The array as a message to serialise; no element is copied. Throws SerializationException for an
   /// array that could not be decoded again: more than 2^31-1 bytes, or nested deeper than maxNestingDepth.
-  [[nodiscard]] EncodedArray convertToProtobuf(const Array& array) const;
+  [[nodiscard]] std::unique_ptr<const EncodedArray> convertToProtobuf(const Array& array) const;
 
   /// The array that a parsed message stands for; takes the parsed elements over without copying them. Throws
   /// SerializationException for a message that is torn, contradicts itself or is nested deeper than

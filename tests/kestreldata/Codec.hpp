@@ -1,0 +1,41 @@
+#pragma once
+
+#include <kestreldata/SerializationContext.hpp>
+#include <kestreldata/kestreldata.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace kestreldata {
+
+inline void PrintTo(const Array& array, std::ostream* out) {
+  *out << toString(array.getType());
+  for (const std::size_t size : array.getDimensions()) *out << ' ' << size;
+}
+
+}  // namespace kestreldata
+
+/// Arrays to bytes and back, as a user of the library does it.
+struct Codec {
+  kestreldata::standalone::ArrayFactory factory;
+  kestreldata::SerializationContext context{factory, false, nullptr, nullptr,
+                                            kestreldata::OptimizedSparseFormat::coordinates};
+
+  [[nodiscard]] std::vector<std::uint8_t> encode(const kestreldata::Array& array) const {
+    const auto message = context.convertToProtobuf(array);
+    std::vector<std::uint8_t> bytes(message->ByteSizeLong());
+    if (!message->SerializeToArray(bytes.data(), static_cast<int>(bytes.size()))) bytes.clear();
+    return bytes;
+  }
+
+  /// The result of parsing is ignored on purpose: torn bytes must be found out by the conversion.
+  [[nodiscard]] kestreldata::Array decode(std::span<const std::uint8_t> bytes) const {
+    auto message = context.createKESTREL_Array();
+    static_cast<void>(message->ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
+    return context.convertFromProtobuf(std::move(message));
+  }
+};

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Codec.hpp"
+
+using namespace kestreldata;
+
+namespace {
+
+const Codec codec;
+
+std::unique_ptr<KESTREL_Array> parsed(const Array& array) {
+  auto message = codec.context.createKESTREL_Array();
+  const auto bytes = codec.encode(array);
+  EXPECT_TRUE(message->ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
+  return message;
+}
+
+struct Fault {
+  std::string name;
+  Array array;
+  std::function<void(KESTREL_Array&)> corrupt;
+};
+
+std::vector<Fault> faults() {
+  const auto& f = codec.factory;
+  const Array numbers = f.createArray<double>({2, 3});
+  const Array strings = f.createArray<optional<String>>({1, 2}, {u"abc", std::nullopt});
+  const Array cell = f.createCellArray({1, 2}, numbers, strings);
+  constexpr std::uint64_t huge = std::numeric_limits<std::uint64_t>::max();
+  return {
+      {"NoType", numbers, [](auto& m) { m.set_type(0); }},
+      {"UnknownType", numbers, [](auto& m) { m.set_type(25); }},
+      {"TypeOfManyBits", numbers, [](auto& m) { m.set_type(0x80000004U); }},
+      {"FewerBytesThanElements", numbers, [](auto& m) { m.set_columns(4); }},
+      {"MoreBytesThanElements", numbers, [](auto& m) { m.set_columns(2); }},
+      {"PartOfAnElement", numbers, [](auto& m) { m.mutable_payload()->pop_back(); }},
+      {"OverflowToTheSameProduct", numbers, [](auto& m) { m.add_higher_dimensions(huge / 2 + 2); }},
+      {"ByteCountOverflow", numbers, [](auto& m) { m.set_rows(huge / 24 + 1); }},
+      {"PayloadWithoutElements", numbers, [](auto& m) { m.set_rows(0); }},
+      {"CellsInNumbers", numbers, [](auto& m) { m.add_cells()->set_type(4); }},
+      {"StringLengthsInNumbers", numbers, [](auto& m) { m.add_string_lengths(1); }},
+      {"LogicalOtherThanZeroAndOne", f.createScalar(true), [](auto& m) { m.set_payload("\x02"); }},
+      {"TooFewLengths", strings, [](auto& m) { m.mutable_string_lengths()->RemoveLast(); }},
+      {"TooManyLengths", strings, [](auto& m) { m.add_string_lengths(0); }},
+      {"LengthPastTheText", strings, [](auto& m) { m.set_string_lengths(0, 5); }},
+      {"HugeLength", strings, [](auto& m) { m.set_string_lengths(1, huge); }},
+      {"LengthsBeforeTheEndOfTheText", strings, [](auto& m) { m.set_string_lengths(0, 3); }},
+      {"HalfACodeUnit", strings, [](auto& m) { m.mutable_payload()->push_back('x'); }},
+      {"ManyStringsClaimed", strings, [](auto& m) { m.set_columns(std::uint64_t{1} << 40); }},
+      {"CellsInStrings", strings, [](auto& m) { m.add_cells()->set_type(4); }},
+      {"PayloadInACell", cell, [](auto& m) { m.set_payload("x"); }},
+      {"LengthsInACell", cell, [](auto& m) { m.add_string_lengths(0); }},
+      {"MissingCell", cell, [](auto& m) { m.mutable_cells()->RemoveLast(); }},
+      {"ManyCellsClaimed", cell, [](auto& m) { m.set_rows(std::uint64_t{1} << 40); }},
+      {"FaultInsideACell", cell, [](auto& m) { m.mutable_cells(0)->set_rows(7); }},
+      {"EndMarkInsideACell", cell, [](auto& m) { m.mutable_cells(0)->set_end_mark(m.end_mark()); }},
+      {"WrongEndMark", numbers, [](auto& m) { m.set_end_mark(m.end_mark() ^ 1U); }},
+      {"NoEndMark", numbers, [](auto& m) { m.clear_end_mark(); }},
+      {"NestedPastTheLimit", cell,
+       [](auto& m) {
+         KESTREL_Array* innermost = m.mutable_cells(1);
+         *innermost = KESTREL_Array();
+         for (std::size_t level = 2; level <= maxNestingDepth; ++level) {
+           innermost->set_type(24);
+           innermost->set_rows(1);
+           innermost->set_columns(1);
+           innermost = innermost->add_cells();
+         }
+         innermost->set_type(4);
+       }},
+  };
+}
+
+class InvalidMessage : public testing::TestWithParam<Fault> {};
+
+}  // namespace
+
+TEST_P(InvalidMessage, IsRefusedWhereItsSoundFormIsTaken) {
+  EXPECT_EQ(codec.context.convertFromProtobuf(parsed(GetParam().array)), GetParam().array);
+  auto message = parsed(GetParam().array);
+  GetParam().corrupt(*message);
+  EXPECT_THROW(static_cast<void>(codec.context.convertFromProtobuf(std::move(message))),
+               SerializationException);
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, InvalidMessage, testing::ValuesIn(faults()),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(NoMessage, IsRefused) {
+  EXPECT_THROW(static_cast<void>(codec.context.convertFromProtobuf(nullptr)), SerializationException);
+}
+
+TEST(RandomlyChangedBytes, YieldAnArrayOrASerializationException) {
+  const auto& f = codec.factory;
+  const auto sound = codec.encode(
+      f.createCellArray({2, 2}, f.createScalar("text"), f.createCharArray("chars"),
+                        f.createArray<double>({2, 1, 2}), f.createCellArray({1, 1}, f.createScalar(true))));
+  std::mt19937 random(20240229);
+  int refused = 0;
+  for (int round = 0; round < 20'000; ++round) {
+    auto bytes = sound;
+    for (unsigned changes = 1 + random() % 3; changes > 0; --changes)
+      bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
+    try {
+      const Array array = codec.decode(bytes);
+      EXPECT_EQ(codec.decode(codec.encode(array)), array);
+    } catch (const SerializationException&) {
+      ++refused;
+    }
+  }
+  EXPECT_GT(refused, 1'000);
+}

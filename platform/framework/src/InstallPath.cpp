@@ -75,8 +75,7 @@ std::u16string get_install_path() {
       configured != nullptr && *configured != '\0') {
     return toWide(withoutTrailingSeparator(configured).native());
   }
-  static const std::u16string found = toWide(searchUpwards().native());
-  return found;
+  return toWide(searchUpwards().native());
 }
 
 void setInstallPath(std::u16string path) {

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "cppmicroservices/Bundle.h"
-#include "cppmicroservices/ServiceFactory.h"
 #include "cppmicroservices/ServiceInterface.h"
 #include "cppmicroservices/ServiceProperties.h"
 #include "cppmicroservices/ServiceRegistration.h"
@@ -14,6 +12,8 @@
 
 namespace cppmicroservices {
 
+class Bundle;
+class ServiceFactory;
 template <class S>
 class ServiceObjects;
 namespace detail {

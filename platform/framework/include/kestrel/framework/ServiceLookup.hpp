@@ -5,6 +5,7 @@
 #include <cppmicroservices/ServiceObjects.h>
 
 #include <memory>
+#include <stdexcept>
 
 #include "kestrel/framework/Framework.hpp"
 

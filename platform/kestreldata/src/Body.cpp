@@ -45,8 +45,9 @@ std::optional<std::size_t> elementCount(const Dimensions& dimensions, std::size_
 }
 
 std::string toString(const Dimensions& dimensions) {
-  std::string text = std::to_string(dimensions.rows) + "x" + std::to_string(dimensions.columns);
-  for (const std::size_t size : dimensions.higher) text += "x" + std::to_string(size);
+  std::string text;
+  for (std::size_t i = 0; i < dimensions.count(); ++i)
+    text.append(i == 0 ? "" : "x").append(std::to_string(dimensions[i]));
   return text;
 }
 

@@ -1,0 +1,30 @@
+#include "remote_connectivity/asyncio/util/AgentDirectoryServiceFactory.hpp"
+
+#include <utility>
+
+#include "ServiceConfiguration.hpp"
+#include "kestrel/agentdirectory/AgentDirectoryService.hpp"
+#include "kestrel/framework/ServiceLookup.hpp"
+
+namespace remote_connectivity::asyncio::util {
+
+using kestrel::agentdirectory::ADSConfig;
+using kestrel::agentdirectory::AgentDirectoryService;
+
+AgentDirectoryServiceFactory::AgentDirectoryServiceFactory(std::string token, std::string endpoint)
+    : _agentDirectoryService(kestrel::framework::findService<AgentDirectoryService>()) {
+  configure(std::move(token), std::move(endpoint));
+}
+
+AgentDirectoryServiceFactory::~AgentDirectoryServiceFactory() = default;
+
+void AgentDirectoryServiceFactory::configure(std::string token, std::string endpoint) {
+  ServiceConfiguration configuration;
+  token = argumentOrEnvironment(std::move(token), "QXA_TOKEN");
+  if (!token.empty()) configuration[ADSConfig::QXA_TOKEN] = token;
+  endpoint = argumentOrEnvironment(std::move(endpoint), "AD_ENDPOINT");
+  if (!endpoint.empty()) configuration[ADSConfig::APS_SERVICE_URL] = endpoint;
+  configureService(_agentDirectoryService, configuration);
+}
+
+}  // namespace remote_connectivity::asyncio::util

@@ -47,6 +47,7 @@ TEST(Logger, FormatsNothingWhileTheSeverityIsOff) {
   const RecordLog log("test::formatting");
   const Logger logger("test::formatting");
   const CountsItsPrinting part;
+  setSeverities("test::formatting", noSeverities);
   logger.log(Severity::trace, part);
   EXPECT_EQ(part.times, 0);
   setSeverities("test::formatting", noSeverities | Severity::trace);

@@ -28,15 +28,12 @@ void Workers::submit(Work work) {
     std::lock_guard lock(_mutex);
     if (_closed) return;
     _queue.push_back(std::move(work));
-    try {
-      ensureSeeker();
-    } catch (const std::system_error&) {
-      if (_threads.empty()) {
-        work = std::move(_queue.back());  // dropped by the caller, outside the lock
-        _queue.pop_back();
-        throw;
-      }
-      isDelayed = true;
+    isDelayed = !ensureSeeker();
+    if (isDelayed && _threads.empty()) {
+      work = std::move(_queue.back());  // dropped by the caller, outside the lock
+      _queue.pop_back();
+      throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again),
+                              "ThreadPool: no thread could be started");
     }
   }
   if (isDelayed) {
@@ -44,14 +41,23 @@ void Workers::submit(Work work) {
   }
 }
 
-void Workers::ensureSeeker() {
-  if (_queue.size() <= _seekers) return;
-  if (_sleepers.empty()) return startThread();
+/// Returns false when work is left to the threads that run, as no further one can be started.
+bool Workers::ensureSeeker() noexcept {
+  if (_queue.empty() || _seekers > 0) return true;
+  if (_sleepers.empty()) {
+    try {
+      startThread();
+    } catch (...) {
+      return false;
+    }
+    return true;
+  }
   auto* sleeper = _sleepers.back();
   _sleepers.pop_back();
   ++_seekers;
   sleeper->woken = true;
   sleeper->wake.notify_one();  // under the lock, as the sleeper lives on its thread's stack
+  return true;
 }
 
 void Workers::startThread() {
@@ -72,6 +78,7 @@ void Workers::runThread() {
     auto work = std::move(_queue.front());
     _queue.pop_front();
     --_seekers;
+    ensureSeeker();
     lock.unlock();
     runAndRelease(std::move(work));
     ++_seekers;  // before the lock: submit() must not start another thread while this one queues for it

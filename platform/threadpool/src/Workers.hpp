@@ -36,7 +36,7 @@ class Workers : public std::enable_shared_from_this<Workers> {
     bool woken = false;  // guarded by _mutex
   };
 
-  void ensureSeeker();
+  bool ensureSeeker() noexcept;
   void startThread();
   void runThread();
   bool sleep(std::unique_lock<std::mutex>& lock);
@@ -44,9 +44,10 @@ class Workers : public std::enable_shared_from_this<Workers> {
 
   const ThreadPoolOptions _options;
   std::mutex _mutex;
-  // Threads on their way to the queue, which look at it before they run anything or sleep: never fewer than
-  // there is work in the queue, so that none waits behind work that blocks. Grows at any time, shrinks under
-  // _mutex.
+  // Threads on their way to the queue, which look at it before they run anything or sleep. While the queue is
+  // not empty there is at least one, and who takes work calls the next: so none waits behind work that
+  // blocks, and a burst of short work starts no more threads than run at once. Grows at any time, shrinks
+  // under _mutex.
   std::atomic<std::size_t> _seekers{0};
   // Guarded by _mutex.
   std::deque<Work> _queue;

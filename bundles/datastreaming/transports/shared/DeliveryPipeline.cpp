@@ -51,16 +51,14 @@ void DeliveryPipeline::favour(std::uint64_t producer) {
 
 void DeliveryPipeline::perform(PayloadSequencer::Deliver& action) {
   Frame& frame = action.frame;
-  switch (hand(frame.data, frame.size, frame.stamp, frame.attributes)) {
-    case Handing::closed:
-      return;  // the receipt goes unsettled
-    case Handing::failed:
-      StreamCounters::add(_context->counters.lost);
-      _sequencer.deliveryFailed(frame.stamp);
-      break;
-    case Handing::done:
-      count(frame);
-      break;
+  // Counted first: whoever has seen the message shall find it in the statistics.
+  count(frame, 1);
+  const Handing handing = hand(frame.data, frame.size, frame.stamp, frame.attributes);
+  if (handing != Handing::done) count(frame, ~std::uint64_t{0});
+  if (handing == Handing::closed) return;  // the receipt goes unsettled
+  if (handing == Handing::failed) {
+    StreamCounters::add(_context->counters.lost);
+    _sequencer.deliveryFailed(frame.stamp);
   }
   if (!frame.stamp.chunked) {
     settle(frame.receipt);
@@ -103,11 +101,12 @@ void DeliveryPipeline::reportFailure(const Stamp& stamp, const char* what) {
   _errors->report("the data callback failed on message " + _messageId + ", which is lost: " + what);
 }
 
-void DeliveryPipeline::count(const Frame& frame) {
+/// Adds the frame that many times; the largest number, as -1, takes it back.
+void DeliveryPipeline::count(const Frame& frame, std::uint64_t times) {
   auto& counters = _context->counters;
-  StreamCounters::add(counters.messagesReceived);
-  StreamCounters::add(counters.bytesReceived, frame.size);
-  if (frame.stamp.last) StreamCounters::add(counters.payloadsReceived);
+  StreamCounters::add(counters.messagesReceived, times);
+  StreamCounters::add(counters.bytesReceived, times * frame.size);
+  if (frame.stamp.last) StreamCounters::add(counters.payloadsReceived, times);
 }
 
 void DeliveryPipeline::settlePayload() {

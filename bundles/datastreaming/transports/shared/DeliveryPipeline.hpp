@@ -53,7 +53,7 @@ class DeliveryPipeline {
   Handing hand(const std::uint8_t* data, std::uint64_t size, const Stamp& stamp,
                datastreaming::AttributeMap& attributes);
   void reportFailure(const Stamp& stamp, const char* what);
-  void count(const Frame& frame);
+  void count(const Frame& frame, std::uint64_t times);
   void settlePayload();
 
   const std::shared_ptr<StreamContext> _context;

@@ -23,6 +23,9 @@ if(KESTREL_SANITIZE)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-Wno-maybe-uninitialized)  # GCC 12 sees ghosts where an optimised std::variant is moved
+endif()
 if(KESTREL_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

@@ -12,15 +12,6 @@ using datastreaming::ConfigurationMap;
 using datastreaming::DataSteamingConfig;
 using testing::HasSubstr;
 
-TEST(ServiceSettings, AbsentKeysKeepTheirValues) {
-  ServiceSettings settings;
-  settings.update({{DataSteamingConfig::DATASTREAMING_SERIVCE_URL, std::string("NATS://host:1")}});
-  settings.update({{DataSteamingConfig::QXA_TOKEN, std::string("secret")}});
-  EXPECT_EQ(settings.scheme(), "nats");
-  EXPECT_EQ(settings.text(DataSteamingConfig::QXA_TOKEN), "secret");
-  EXPECT_EQ(settings.number(DataSteamingConfig::WS_PING_INTERVAL_S, 5), 5);
-}
-
 struct BadSetting {
   std::string key;
   std::any value;

@@ -7,21 +7,23 @@
 
 namespace kestrel::streams {
 
-void ErrorOutlet::setCallback(datastreaming::ErrorCallback callback) {
+void ErrorOutlet::report(const std::string& text) {
+  std::string full = _context->label() + ": " + text;
+  _context->counters.setLastError(full);
+  _context->reporter->post([slot = _slot, full = std::move(full)] {
+    logError(full);
+    slot->call(full);
+  });
+}
+
+void ErrorOutlet::Slot::set(datastreaming::ErrorCallback callback) {
   auto shared =
       callback ? std::make_shared<const datastreaming::ErrorCallback>(std::move(callback)) : nullptr;
   const std::lock_guard lock(_mutex);
   _callback.swap(shared);
 }
 
-void ErrorOutlet::report(const std::string& text) {
-  std::string full = _context->label() + ": " + text;
-  _context->counters.setLastError(full);
-  _context->reporter->post([self = shared_from_this(), full = std::move(full)] { self->tell(full); });
-}
-
-void ErrorOutlet::tell(const std::string& text) {
-  logError(text);
+void ErrorOutlet::Slot::call(const std::string& text) {
   std::shared_ptr<const datastreaming::ErrorCallback> callback;
   {
     const std::lock_guard lock(_mutex);
@@ -37,9 +39,9 @@ void ErrorOutlet::tell(const std::string& text) {
   }
 }
 
-void ErrorOutlet::close() {
+void ErrorOutlet::Slot::close() {
   _gate.close();
-  setCallback(nullptr);
+  set(nullptr);
 }
 
 }  // namespace kestrel::streams

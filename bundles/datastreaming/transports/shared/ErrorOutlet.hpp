@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "transports/shared/CallbackGate.hpp"
 #include "transports/shared/StreamContext.hpp"
@@ -11,26 +12,37 @@
 namespace kestrel::streams {
 
 /// Takes the failures of one producer or consumer: each goes to the statistics at once, and on the reporter's
-/// thread to the log and to the error callback. Safe from any thread, held by shared pointers.
-class ErrorOutlet : public std::enable_shared_from_this<ErrorOutlet> {
+/// thread to the log and to the error callback. Safe from any thread.
+class ErrorOutlet {
  public:
   explicit ErrorOutlet(std::shared_ptr<StreamContext> context) : _context(std::move(context)) {}
 
-  void setCallback(datastreaming::ErrorCallback callback);
+  void setCallback(datastreaming::ErrorCallback callback) { _slot->set(std::move(callback)); }
 
-  /// Reports one failure; the text need not name the stream. It does not run the callback itself.
+  /// Reports one failure; the text need not name the stream. It does not run the callback itself, which may
+  /// however drop the outlet's owner before this returns: the caller holds the outlet and the owner's part of
+  /// it ends here.
   void report(const std::string& text);
 
   /// After it has returned no error callback runs, unless it was called from inside one.
-  void close();
+  void close() { _slot->close(); }
 
  private:
-  void tell(const std::string& text);
+  /// The callback and its gate. The reporter's thread holds them without holding the reporter.
+  class Slot {
+   public:
+    void set(datastreaming::ErrorCallback callback);
+    void call(const std::string& text);
+    void close();
+
+   private:
+    CallbackGate _gate;
+    std::mutex _mutex;
+    std::shared_ptr<const datastreaming::ErrorCallback> _callback;  // guarded by _mutex
+  };
 
   const std::shared_ptr<StreamContext> _context;
-  CallbackGate _gate;
-  std::mutex _mutex;
-  std::shared_ptr<const datastreaming::ErrorCallback> _callback;  // guarded by _mutex
+  const std::shared_ptr<Slot> _slot = std::make_shared<Slot>();
 };
 
 }  // namespace kestrel::streams

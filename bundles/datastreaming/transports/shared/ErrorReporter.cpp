@@ -10,15 +10,17 @@ namespace kestrel::streams {
 ErrorReporter::ErrorReporter(std::size_t bound) : _state(std::make_shared<State>(bound)) {}
 
 ErrorReporter::~ErrorReporter() {
-  {
-    const std::lock_guard lock(_state->mutex);
-    _state->stopped = true;
-    _state->wake.notify_one();
-  }
+  std::unique_lock lock(_state->mutex);
+  _state->stopped = true;
+  _state->wake.notify_one();
   if (!_thread.joinable()) return;
   if (_thread.get_id() == std::this_thread::get_id()) {
+    // A task destroys the reporter. What is left runs here, so that the thread, which nobody can wait for
+    // any more, has nothing to do but end.
+    while (!_state->tasks.empty()) runNext(*_state, lock);
     _thread.detach();
   } else {
+    lock.unlock();
     _thread.join();
   }
 }
@@ -35,29 +37,30 @@ void ErrorReporter::post(std::function<void()> task) {
     return;
   }
   try {
-    _thread = std::thread([state = _state] { run(state); });
+    _thread = std::thread([state = _state] { run(*state); });
   } catch (const std::system_error&) {  // tried again with the next failure
   }
 }
 
-void ErrorReporter::run(const std::shared_ptr<State>& state) {
+void ErrorReporter::run(State& state) {
   nameThisThread("kestrel-errors");
-  std::unique_lock lock(state->mutex);
+  std::unique_lock lock(state.mutex);
   while (true) {
-    state->wake.wait(lock, [&] { return state->stopped || !state->tasks.empty(); });
-    if (state->stopped) break;
-    auto task = std::move(state->tasks.front());
-    state->tasks.pop_front();
-    const std::uint64_t dropped = std::exchange(state->dropped, 0);
-    lock.unlock();
-    if (dropped > 0)
-      logError(std::to_string(dropped) + " further errors were not reported, too many at once");
-    task();
-    task = nullptr;  // what it owns may be the reporter itself, so never under the lock
-    lock.lock();
+    state.wake.wait(lock, [&] { return state.stopped || !state.tasks.empty(); });
+    if (state.tasks.empty()) return;
+    runNext(state, lock);
   }
-  const auto abandoned = std::exchange(state->tasks, {});
+}
+
+void ErrorReporter::runNext(State& state, std::unique_lock<std::mutex>& lock) {
+  auto task = std::move(state.tasks.front());
+  state.tasks.pop_front();
+  const std::uint64_t dropped = std::exchange(state.dropped, 0);
   lock.unlock();
+  if (dropped > 0) logError(std::to_string(dropped) + " further errors were not reported, too many at once");
+  task();
+  task = nullptr;  // what it holds may be the last owner of much, so never under the lock
+  lock.lock();
 }
 
 }  // namespace kestrel::streams

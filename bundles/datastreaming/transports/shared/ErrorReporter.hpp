@@ -11,8 +11,8 @@
 namespace kestrel::streams {
 
 /// The thread on which failures are logged and error callbacks run, so that neither runs inside send() or
-/// under a lock. It starts with the first failure. Safe from any thread; it may be destroyed by a task of
-/// its own, and tasks that have not begun are then dropped.
+/// under a lock. It starts with the first failure. Safe from any thread. Its destructor runs what is queued;
+/// a task may call it.
 class ErrorReporter {
  public:
   static constexpr std::size_t defaultBound = 65536;
@@ -37,7 +37,8 @@ class ErrorReporter {
     bool stopped = false;
   };
 
-  static void run(const std::shared_ptr<State>& state);
+  static void run(State& state);
+  static void runNext(State& state, std::unique_lock<std::mutex>& lock);
 
   const std::shared_ptr<State> _state;  // shared with the thread, which may outlive this object
   std::thread _thread;                  // guarded by _state->mutex until destruction

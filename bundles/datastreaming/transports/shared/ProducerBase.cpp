@@ -71,8 +71,11 @@ std::optional<ProducerBase::Refusal> ProducerBase::tryTransmit(
 
 std::shared_future<std::string> ProducerBase::refuse(const Refusal& refusal) {
   StreamCounters::add(_context->counters.refused);
-  if (refusal.report) _errors->report(refusal.text);
-  return failedAcknowledgement(_context->label() + ": " + refusal.text);
+  auto failed = failedAcknowledgement(_context->label() + ": " + refusal.text);
+  // The error callback may drop this producer before the report returns, so nothing of it is used after that.
+  const auto errors = _errors;
+  if (refusal.report) errors->report(refusal.text);
+  return failed;
 }
 
 const std::shared_future<std::string>& ProducerBase::emptyAcknowledgement() {

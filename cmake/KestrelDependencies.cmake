@@ -9,6 +9,21 @@ if(KESTREL_BUILD_BENCHMARKS)
   find_package(benchmark REQUIRED)
 endif()
 
+# The NATS client is optional. Its own CMake package names a static library that Debian does not ship, so
+# pkg-config is asked.
+option(KESTREL_NATS "Build the NATS transport where the NATS client is installed" ON)
+if(KESTREL_NATS)
+  find_package(PkgConfig QUIET)
+  if(PkgConfig_FOUND)
+    pkg_check_modules(NATS IMPORTED_TARGET GLOBAL libnats>=3.4)
+  endif()
+endif()
+if(TARGET PkgConfig::NATS)
+  message(STATUS "NATS transport: client ${NATS_VERSION}")
+else()
+  message(STATUS "NATS transport: not built")
+endif()
+
 # The service framework: the real package where it is installed, else the stand-in of
 # platform/cppmicroservices. Both offer the target CppMicroServices::CppMicroServices.
 option(KESTREL_BUNDLED_CPPMICROSERVICES "Use the built-in service framework even where CppMicroServices is installed" OFF)

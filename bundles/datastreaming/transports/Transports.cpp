@@ -5,6 +5,9 @@
 #include <string>
 
 #include "transports/memory/MemoryTransport.hpp"
+#ifdef KESTREL_HAS_NATS
+#include "transports/nats/NatsTransport.hpp"
+#endif
 
 namespace kestrel::streams {
 
@@ -19,9 +22,20 @@ std::shared_ptr<Transport> makeMemory(const ServiceSettings&) {
   return std::make_shared<MemoryTransport>();
 }
 
+std::shared_ptr<Transport> makeNats(const ServiceSettings& settings) {
+#ifdef KESTREL_HAS_NATS
+  return std::make_shared<NatsTransport>(settings);
+#else
+  throw std::runtime_error("the endpoint of the data-streaming service begins with " + settings.scheme() +
+                           ":, but this build has no NATS transport; build it where libnats is installed");
+#endif
+}
+
 /// Every scheme that an endpoint may have. A new transport is entered here and nowhere else.
 constexpr std::array entries{
     Entry{"memory", &makeMemory},
+    Entry{"nats", &makeNats},
+    Entry{"tls", &makeNats},
 };
 
 std::string knownSchemes() {

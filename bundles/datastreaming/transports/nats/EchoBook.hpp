@@ -1,0 +1,52 @@
+#pragma once
+
+#include <atomic>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "transports/nats/ConnectionWatcher.hpp"
+#include "transports/nats/Outbox.hpp"
+#include "transports/nats/ReplyInbox.hpp"
+
+namespace kestrel::streams {
+
+/// Finds out when the server has accepted what was published: it takes the messages of one connection in
+/// their order, so when a message that we sent to ourselves comes back, it has those before it. Safe from any
+/// thread.
+class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher {
+ public:
+  void open(std::string replyPrefix) { _prefix = std::move(replyPrefix); }
+
+  /// A future that completes, with that text, when the server has all that was posted before; it fails if the
+  /// connection is lost in between. The book itself comes with each post.
+  [[nodiscard]] static std::shared_future<std::string> expect(const std::shared_ptr<EchoBook>& book,
+                                                              Outbox& outbox, std::string text);
+
+  void replied(std::uint64_t number, natsMsg* reply) override;
+  [[nodiscard]] bool idle() override;
+  void abandon(const std::string& why) override { fail(0, UINT64_MAX, why); }
+  void posted(std::uint64_t tag) noexcept override { _lastPosted = tag; }
+  void postFailed(std::uint64_t tag, const std::string& why) override { fail(tag, tag, why); }
+  void disconnected() override;
+  void closed(const std::string& why) override { abandon(why); }
+
+ private:
+  struct Expected {
+    std::promise<std::string> promise;
+    std::string text;
+  };
+  void fail(std::uint64_t from, std::uint64_t to, const std::string& why);
+
+  std::string _prefix;
+  std::atomic<std::uint64_t> _lastPosted{0};
+
+  std::mutex _mutex;
+  // Guarded by _mutex.
+  std::uint64_t _last = 0;
+  std::map<std::uint64_t, Expected> _expected;
+};
+
+}  // namespace kestrel::streams

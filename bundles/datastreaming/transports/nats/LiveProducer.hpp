@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "transports/nats/EchoBook.hpp"
+#include "transports/nats/NatsConnection.hpp"
+#include "transports/shared/ProducerBase.hpp"
+
+namespace kestrel::streams {
+
+/// Publishes messages to whoever listens now.
+class LiveProducer final : public ProducerBase {
+ public:
+  LiveProducer(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+               std::string subject, const ProducerSettings& settings);
+  ~LiveProducer() override;
+
+ protected:
+  Outcome transmit(const Outgoing& message) override;
+  void abandonPayload() override;
+  void open() override;
+
+ private:
+  class Failures;
+
+  const std::shared_ptr<NatsConnection> _connection;
+  const std::string _subject;
+  const bool _acknowledge;
+  const std::shared_ptr<Failures> _failures;
+  // Guarded by the lock of ProducerBase.
+  std::shared_ptr<EchoBook> _echoes;  // set by open() if acknowledgements are wanted
+  bool _heard = false;                // a message was accepted
+};
+
+}  // namespace kestrel::streams

@@ -1,0 +1,49 @@
+#include "transports/nats/LiveReceiver.hpp"
+
+#include <utility>
+
+namespace kestrel::streams {
+
+namespace {
+
+constexpr std::chrono::milliseconds longest{std::chrono::minutes(10)};
+
+PayloadSequencer::Limits liveLimits() {
+  PayloadSequencer::Limits limits;
+  limits.waitingBytes = ByteBudget::defaultLimit;
+  return limits;
+}
+
+}  // namespace
+
+LiveReceiver::LiveReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+                           std::string subject)
+    : NatsReceiver(std::move(context), std::move(connection), liveLimits()), _subject(std::move(subject)) {}
+
+void LiveReceiver::open() {
+  _subscribed = subscribe(_subject);
+  use(_subscribed);
+}
+
+void LiveReceiver::run() {
+  const auto subscription = std::move(_subscribed);
+  while (!stopped()) {
+    natsMsg* raw = nullptr;
+    const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(longest));
+    std::shared_ptr<natsMsg> message(raw, natsMsg_Destroy);
+    const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
+    if (status == NATS_OK) {
+      handle(std::move(message), now, nullptr);
+    } else if (status == NATS_SLOW_CONSUMER) {
+      reportDropped(subscription.get());
+    } else if (status == NATS_TIMEOUT) {
+      reportDropped(subscription.get());
+      _pipeline->tick(now);
+    } else {
+      reportClosed();
+      return;
+    }
+  }
+}
+
+}  // namespace kestrel::streams

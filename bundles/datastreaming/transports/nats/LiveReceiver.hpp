@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+#include "transports/nats/NatsReceiver.hpp"
+
+namespace kestrel::streams {
+
+/// Receives what is published while it listens.
+class LiveReceiver final : public NatsReceiver {
+ public:
+  LiveReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+               std::string subject);
+
+  void open() override;
+  void run() override;
+
+ private:
+  const std::string _subject;
+  std::shared_ptr<natsSubscription> _subscribed;  // set by open(), then the delivery thread's own
+};
+
+}  // namespace kestrel::streams

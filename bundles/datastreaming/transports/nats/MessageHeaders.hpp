@@ -1,0 +1,62 @@
+#pragma once
+
+#include <kestrel/datastreaming/Types.hpp>
+#include <optional>
+#include <string>
+
+#include "transports/nats/NatsHandles.hpp"
+#include "transports/shared/Stamp.hpp"
+
+namespace kestrel::streams {
+
+/// Names of the headers of our messages.
+struct MessageHeaders {
+  inline static const std::string stamp = "Kestrel-Stamp";
+  inline static const std::string event = "Kestrel-Event";  ///< instead of a stamp
+  inline static const std::string attributePrefix = "Kestrel-A-";
+  inline static const std::string messageId = "Nats-Msg-Id";  ///< the server's own, for its duplicate check
+};
+
+/// "version.producer.sequence.payload.index.refused.flags": the producer in hexadecimal; flags are 'c' for a
+/// piece, 'm' when more pieces follow, 'a' when the payload before it was given up.
+[[nodiscard]] std::string writeStamp(const Stamp& stamp);
+[[nodiscard]] std::optional<Stamp> readStamp(const char* text);
+
+/// News of a producer, in the place of a message.
+struct ProducerEvent {
+  enum class Kind {
+    gone,       ///< it will send nothing more
+    abandoned,  ///< it has given up the payload that it had begun
+  };
+  Kind kind = Kind::gone;
+  std::uint64_t producer = 0;
+};
+
+/// "gone." or "abandoned." and the producer in hexadecimal.
+[[nodiscard]] std::string writeEvent(const ProducerEvent& event);
+[[nodiscard]] std::optional<ProducerEvent> readEvent(const std::string& text);
+
+/// 'i' and the number, or 's' and the text with every byte outside '!' to '~', and '%', as %XX.
+[[nodiscard]] std::string writeAttribute(const datastreaming::AttributeValue& value);
+[[nodiscard]] std::optional<datastreaming::AttributeValue> readAttribute(const std::string& text);
+
+/// Puts headers on a message and keeps the size that they take on the wire.
+class HeaderWriter {
+ public:
+  explicit HeaderWriter(natsMsg* message) : _message(message) {}
+
+  /// Both throw std::runtime_error if the client cannot take the header.
+  void add(const std::string& name, const std::string& value);
+  void add(const datastreaming::AttributeMap& attributes);
+
+  [[nodiscard]] std::uint64_t size() const { return _size; }
+
+ private:
+  natsMsg* const _message;
+  std::uint64_t _size = 12;  // the version line and the empty line at the end
+};
+
+/// Reads the attributes of a message; nothing if one of them is damaged.
+[[nodiscard]] std::optional<datastreaming::AttributeMap> readAttributes(natsMsg* message);
+
+}  // namespace kestrel::streams

@@ -1,0 +1,119 @@
+#include "transports/nats/NatsReceiver.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "transports/nats/MessageHeaders.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+constexpr std::int64_t flushTimeoutMs = 5000;
+constexpr int pendingMessages = 1 << 20;
+
+}  // namespace
+
+std::uint64_t waitingIn(natsSubscription* subscription) {
+  int messages = 0;
+  if (natsSubscription_GetPending(subscription, &messages, nullptr) != NATS_OK) return 0;
+  return static_cast<std::uint64_t>(std::max(messages, 0));
+}
+
+NatsReceiver::NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+                           const PayloadSequencer::Limits& limits)
+    : _context(std::move(context)),
+      _connection(std::move(connection)),
+      _errors(std::make_shared<ErrorOutlet>(_context)),
+      _pipeline(std::make_shared<DeliveryPipeline>(_context, _errors, limits)) {}
+
+void NatsReceiver::stop() {
+  _stopped = true;
+  use(nullptr);
+  _pipeline->close();
+  _errors->close();
+}
+
+std::shared_ptr<natsSubscription> NatsReceiver::subscribe(const std::string& subject) {
+  natsSubscription* raw = nullptr;
+  require(natsConnection_SubscribeSync(&raw, _connection->handle(), subject.c_str()), "subscribing");
+  std::shared_ptr<natsSubscription> subscription(raw, [](natsSubscription* ended) {
+    natsSubscription_Unsubscribe(ended);
+    natsSubscription_Destroy(ended);
+  });
+  require(natsSubscription_SetPendingLimits(raw, pendingMessages, ByteBudget::defaultLimit),
+          "setting the limits of a subscription");
+  require(natsConnection_FlushTimeout(_connection->handle(), flushTimeoutMs),
+          "waiting for the server to confirm a subscription");
+  return subscription;
+}
+
+void NatsReceiver::use(std::shared_ptr<natsSubscription> subscription) {
+  const std::lock_guard lock(_mutex);
+  // Whoever waits for a message of the old one is woken by this; the thread keeps its own reference.
+  if (_subscription) natsSubscription_Unsubscribe(_subscription.get());
+  _subscription = _stopped ? nullptr : std::move(subscription);
+}
+
+void NatsReceiver::handle(std::shared_ptr<natsMsg> message, TimePoint arrival,
+                          std::unique_ptr<Receipt> receipt) {
+  const char* text = nullptr;
+  std::optional<Stamp> stamp;
+  if (natsMsgHeader_Get(message.get(), MessageHeaders::stamp.c_str(), &text) == NATS_OK) {
+    stamp = readStamp(text);
+  } else if (handleEvent(message.get())) {
+    return settle(receipt);
+  }
+  auto attributes = stamp ? readAttributes(message.get()) : std::nullopt;
+  if (!attributes) {
+    StreamCounters::add(_context->counters.lost);
+    _errors->report(
+        "a message without a valid stamp and attributes was dropped; only programs of this "
+        "library may publish on its subjects");
+    return settle(receipt);
+  }
+  Frame frame;
+  frame.stamp = *stamp;
+  frame.arrival = arrival;
+  frame.data = reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message.get()));
+  frame.size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message.get()));
+  frame.attributes = std::move(*attributes);
+  frame.owner = std::move(message);
+  frame.receipt = std::move(receipt);
+  _pipeline->accept(std::move(frame));
+}
+
+bool NatsReceiver::handleEvent(natsMsg* message) {
+  const char* text = nullptr;
+  if (natsMsgHeader_Get(message, MessageHeaders::event.c_str(), &text) != NATS_OK) return false;
+  const auto event = readEvent(text);
+  if (!event) return false;
+  if (event->kind == ProducerEvent::Kind::gone) {
+    _pipeline->producerVanished(event->producer);
+  } else {
+    _pipeline->payloadAbandoned(event->producer);
+  }
+  return true;
+}
+
+std::int64_t NatsReceiver::waitFor(std::chrono::milliseconds most) const {
+  const auto deadline = _pipeline->deadline();
+  if (!deadline) return most.count();
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(_clock.real(*deadline) - Clock::now());
+  return std::clamp<std::int64_t>(left.count(), 1, most.count());
+}
+
+void NatsReceiver::reportDropped(natsSubscription* subscription) {
+  std::int64_t dropped = 0;
+  if (natsSubscription_GetDropped(subscription, &dropped) != NATS_OK || dropped <= _dropped) return;
+  _errors->report("the data callback is too slow: " + std::to_string(dropped - _dropped) +
+                  " messages were dropped, for more than " + std::to_string(ByteBudget::defaultLimit) +
+                  " bytes waited");
+  _dropped = dropped;
+}
+
+void NatsReceiver::reportClosed() {
+  if (!_stopped) _errors->report("no more messages will come: " + _connection->lastFailure());
+}
+
+}  // namespace kestrel::streams

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "transports/nats/ArrivalClock.hpp"
+#include "transports/nats/NatsConnection.hpp"
+#include "transports/shared/DeliveryPipeline.hpp"
+
+namespace kestrel::streams {
+
+/// The receiving end of one consumer: takes messages of a subscription and hands them to the pipeline. Shared
+/// by the consumer and its delivery thread, which outlives the consumer if the callback destroys it.
+class NatsReceiver {
+ public:
+  NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+               const PayloadSequencer::Limits& limits);
+  virtual ~NatsReceiver() = default;
+
+  [[nodiscard]] DeliveryPipeline& pipeline() { return *_pipeline; }
+  [[nodiscard]] ErrorOutlet& errors() { return *_errors; }
+
+  /// Subscribes. When it has returned, the server knows; throws std::runtime_error.
+  virtual void open() = 0;
+  /// Delivers until stop(); for the delivery thread.
+  virtual void run() = 0;
+  /// Ends run() soon and closes the way to the callbacks. From any thread.
+  void stop();
+
+ protected:
+  /// Makes a subscription and waits until the server has it.
+  [[nodiscard]] std::shared_ptr<natsSubscription> subscribe(const std::string& subject);
+  /// Replaces the subscription that stop() ends.
+  void use(std::shared_ptr<natsSubscription> subscription);
+
+  /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
+  void handle(std::shared_ptr<natsMsg> message, TimePoint arrival, std::unique_ptr<Receipt> receipt);
+
+  [[nodiscard]] bool stopped() const { return _stopped; }
+  /// How long to wait for a message, at most that long.
+  [[nodiscard]] std::int64_t waitFor(std::chrono::milliseconds most) const;
+  /// Reports what the C client has dropped since it was asked last.
+  void reportDropped(natsSubscription* subscription);
+  void reportClosed();
+
+  const std::shared_ptr<StreamContext> _context;
+  const std::shared_ptr<NatsConnection> _connection;
+  const std::shared_ptr<ErrorOutlet> _errors;
+  const std::shared_ptr<DeliveryPipeline> _pipeline;
+  // The delivery thread's own.
+  ArrivalClock _clock;
+
+ private:
+  [[nodiscard]] bool handleEvent(natsMsg* message);
+
+  std::int64_t _dropped = 0;  // the delivery thread's own
+  std::atomic<bool> _stopped{false};
+  std::mutex _mutex;
+  std::shared_ptr<natsSubscription> _subscription;  // guarded by _mutex
+};
+
+/// How many messages wait in a subscription.
+[[nodiscard]] std::uint64_t waitingIn(natsSubscription* subscription);
+
+}  // namespace kestrel::streams

@@ -1,0 +1,47 @@
+#include "transports/nats/NatsTransport.hpp"
+
+#include <utility>
+
+#include "transports/nats/LiveProducer.hpp"
+#include "transports/nats/LiveReceiver.hpp"
+#include "transports/nats/NatsConsumer.hpp"
+#include "transports/nats/SubjectNames.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+class LiveLink final : public StreamLink {
+ public:
+  LiveLink(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection)
+      : _context(std::move(context)), _connection(std::move(connection)), _names(_context->id) {}
+
+  std::shared_ptr<datastreaming::Producer> makeProducer(const ProducerSettings& settings) override {
+    return std::make_shared<LiveProducer>(_context, _connection, _names.live, settings);
+  }
+
+  std::shared_ptr<datastreaming::Consumer> makeConsumer() override {
+    return std::make_shared<NatsConsumer>(std::make_shared<LiveReceiver>(_context, _connection, _names.live));
+  }
+
+ private:
+  const std::shared_ptr<StreamContext> _context;
+  const std::shared_ptr<NatsConnection> _connection;
+  const SubjectNames _names;
+};
+
+}  // namespace
+
+std::shared_ptr<StreamLink> NatsTransport::open(std::shared_ptr<StreamContext> context) {
+  auto shared = connection();
+  shared->countReconnectsOn(context);
+  return std::make_shared<LiveLink>(std::move(context), std::move(shared));
+}
+
+std::shared_ptr<NatsConnection> NatsTransport::connection() {
+  const std::lock_guard lock(_mutex);
+  if (!_connection || _connection->closed()) _connection = NatsConnection::connect(_endpoint);
+  return _connection;
+}
+
+}  // namespace kestrel::streams

@@ -1,0 +1,93 @@
+#include "transports/nats/Outbox.hpp"
+
+#include <utility>
+
+#include "transports/nats/SocketLoop.hpp"
+
+namespace kestrel::streams {
+
+std::optional<std::string> Outbox::post(Post post) {
+  const std::lock_guard lock(_mutex);
+  if (_closed) return _closed;
+  if (_connection == nullptr) return "the connection is not open yet";
+  if (_waiting.empty() && takesMore()) {
+    const natsStatus status = publish(post);
+    // What the socket did not take is for the loop, which may not know yet that it has to watch.
+    if (!flush()) _wakeLoop();
+    if (status == NATS_OK) return std::nullopt;
+    return "the NATS client refused it: " + describe(status);
+  }
+  if (_waitingBytes + post.cost > _limit) {
+    return "it takes " + std::to_string(post.cost) + " bytes, and of the " + std::to_string(_limit) +
+           " bytes that may wait for the connection " + std::to_string(_waitingBytes) + " are taken";
+  }
+  _waitingBytes += post.cost;
+  _waiting.push_back(std::move(post));
+  return std::nullopt;
+}
+
+void Outbox::pump() {
+  std::vector<std::pair<Post, std::string>> failed;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_connection == nullptr) return;
+    flush();
+    while (!_waiting.empty() && takesMore()) {
+      Post post = std::move(_waiting.front());
+      _waiting.pop_front();
+      _waitingBytes -= post.cost;
+      const natsStatus status = publish(post);
+      if (status != NATS_OK) failed.emplace_back(std::move(post), describe(status));
+      flush();
+    }
+  }
+  for (const auto& [post, why] : failed) {
+    if (post.poster) post.poster->postFailed(post.tag, "the NATS client refused it: " + why);
+  }
+}
+
+void Outbox::open(natsConnection* connection) {
+  const std::lock_guard lock(_mutex);
+  _connection = connection;
+}
+
+void Outbox::close(const std::string& why) {
+  std::deque<Post> dropped;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_closed) return;
+    _closed = why;
+    _connection = nullptr;
+    dropped.swap(_waiting);
+    _waitingBytes = 0;
+  }
+  for (const Post& post : dropped) {
+    if (post.poster) post.poster->postFailed(post.tag, why);
+  }
+}
+
+bool Outbox::empty() {
+  const std::lock_guard lock(_mutex);
+  return _connection == nullptr || (_waiting.empty() && natsConnection_Buffered(_connection) <= 0);
+}
+
+bool Outbox::takesMore() const {
+  return natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED &&
+         natsConnection_Buffered(_connection) < window;
+}
+
+natsStatus Outbox::publish(const Post& post) {
+  const SocketLoop::FlushesItself mark;
+  const natsStatus status = natsConnection_PublishMsg(_connection, post.message.get());
+  if (status == NATS_OK && post.poster) post.poster->posted(post.tag);
+  return status;
+}
+
+bool Outbox::flush() {
+  if (natsConnection_Buffered(_connection) <= 0) return true;
+  const SocketLoop::FlushesItself mark;
+  natsConnection_ProcessWriteEvent(_connection);
+  return natsConnection_Buffered(_connection) <= 0;
+}
+
+}  // namespace kestrel::streams

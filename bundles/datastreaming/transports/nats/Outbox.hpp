@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "transports/nats/NatsHandles.hpp"
+
+namespace kestrel::streams {
+
+/// Who put a message into an outbox, for what becomes of it later.
+class Poster {
+ public:
+  virtual ~Poster() = default;
+
+  /// The message has gone to the connection. Called under the outbox's lock: it must not post.
+  virtual void posted(std::uint64_t tag) noexcept { (void)tag; }
+  /// A message that waited could not be sent. Called with no lock held.
+  virtual void postFailed(std::uint64_t tag, const std::string& why) {
+    (void)tag;
+    (void)why;
+  }
+};
+
+/// What goes out over one connection, in the order of posting, without ever waiting: past what the socket
+/// takes, and while the connection is away, messages wait here up to a bound. Safe from any thread.
+class Outbox {
+ public:
+  static constexpr std::uint64_t defaultLimit = 256ULL << 20;
+
+  struct Post {
+    std::shared_ptr<natsMsg> message;
+    std::uint64_t cost = 0;          ///< the memory that it takes while it waits
+    std::uint64_t tag = 0;           ///< the poster's own
+    std::shared_ptr<Poster> poster;  ///< may be empty
+  };
+
+  explicit Outbox(std::function<void()> wakeLoop, std::uint64_t limit = defaultLimit)
+      : _wakeLoop(std::move(wakeLoop)), _limit(limit) {}
+
+  /// Takes the message over; or returns why not.
+  [[nodiscard]] std::optional<std::string> post(Post post);
+
+  /// Sends what the socket takes. For the loop that watches it.
+  void pump();
+
+  void open(natsConnection* connection);
+  /// From now on every post is refused with that text, and what waits is dropped and reported so.
+  void close(const std::string& why);
+
+  /// Whether everything has gone to the system.
+  [[nodiscard]] bool empty();
+
+ private:
+  [[nodiscard]] bool takesMore() const;
+  [[nodiscard]] natsStatus publish(const Post& post);
+  /// Returns whether the socket took everything.
+  bool flush();
+
+  // Large messages go one by one: what the socket did not take is moved in memory for each that follows.
+  static constexpr int window = 64 << 10;
+
+  const std::function<void()> _wakeLoop;
+  const std::uint64_t _limit;
+  std::mutex _mutex;
+  // Guarded by _mutex, which also lets only one thread flush: flushing an emptied buffer would end the
+  // connection.
+  natsConnection* _connection = nullptr;
+  std::deque<Post> _waiting;
+  std::uint64_t _waitingBytes = 0;
+  std::optional<std::string> _closed;
+};
+
+}  // namespace kestrel::streams

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <kestrel/datastreaming/Types.hpp>
+#include <memory>
+#include <string>
+#include <variant>
+
+#include "transports/nats/MessageHeaders.hpp"
+#include "transports/nats/NatsHandles.hpp"
+#include "transports/shared/Stamp.hpp"
+
+namespace kestrel::streams {
+
+/// What a message of the C client is made of.
+struct MessageParts {
+  const std::string& subject;
+  const std::string& reply;  ///< empty for none
+  const Stamp& stamp;
+  const std::uint8_t* data;
+  std::uint64_t size;
+  const datastreaming::AttributeMap& attributes;
+  bool withId = false;  ///< name it for the server's duplicate check
+};
+
+struct OutgoingMessage {
+  std::shared_ptr<natsMsg> message;
+  std::uint64_t wireSize = 0;  ///< headers and bytes
+};
+
+/// Makes the message; or returns why it cannot be sent to a server that takes that many bytes.
+[[nodiscard]] std::variant<OutgoingMessage, std::string> makeMessage(const MessageParts& parts,
+                                                                     std::uint64_t maxPayload);
+
+/// A message that carries news of a producer; throws std::runtime_error.
+[[nodiscard]] std::shared_ptr<natsMsg> makeEvent(const std::string& subject, const ProducerEvent& event);
+
+/// A message without headers; throws std::runtime_error.
+[[nodiscard]] std::shared_ptr<natsMsg> makeSignal(const std::string& subject, const std::string& text = {});
+
+}  // namespace kestrel::streams

@@ -1,0 +1,109 @@
+#include "transports/nats/ReplyInbox.hpp"
+
+#include <charconv>
+#include <cstring>
+#include <vector>
+
+#include "transports/shared/ThreadName.hpp"
+
+namespace kestrel::streams {
+
+ReplyInbox::~ReplyInbox() {
+  close("the connection was closed");
+}
+
+std::string ReplyInbox::add(const std::shared_ptr<ReplySink>& sink) {
+  const std::lock_guard lock(_mutex);
+  if (!_subscription) begin();
+  const std::uint64_t key = ++_lastKey;
+  _sinks.emplace(key, sink);
+  return _prefix + std::to_string(key) + ".";
+}
+
+void ReplyInbox::begin() {
+  char* inbox = nullptr;
+  require(natsInbox_Create(&inbox), "naming an inbox");
+  const std::unique_ptr<char, decltype([](char* name) { natsInbox_Destroy(name); })> owner(inbox);
+  _prefix = std::string(inbox) + ".";
+  natsSubscription* subscription = nullptr;
+  require(natsConnection_SubscribeSync(&subscription, _connection, (_prefix + ">").c_str()),
+          "subscribing to the inbox");
+  NatsSubscription created(subscription);
+  require(natsSubscription_SetPendingLimits(subscription, -1, -1), "setting the inbox's limits");
+  _thread = std::thread([this, subscription] { run(subscription); });
+  _subscription = std::move(created);
+}
+
+bool ReplyInbox::idle() {
+  for (const auto& [key, sink] : sinks()) {
+    if (!sink->idle()) return false;
+  }
+  return true;
+}
+
+void ReplyInbox::close(const std::string& why) {
+  std::thread thread;
+  NatsSubscription subscription;
+  {
+    const std::lock_guard lock(_mutex);
+    thread.swap(_thread);
+    subscription.swap(_subscription);
+  }
+  if (!thread.joinable()) return;
+  natsSubscription_Unsubscribe(subscription.get());
+  thread.join();
+  for (const auto& [key, sink] : sinks()) sink->abandon(why);
+}
+
+void ReplyInbox::run(natsSubscription* subscription) {
+  nameThisThread("kestrel-replies");
+  auto nextBeat = std::chrono::steady_clock::now() + interval;
+  for (;;) {
+    natsMsg* raw = nullptr;
+    const natsStatus status = natsSubscription_NextMsg(&raw, subscription, interval.count());
+    const NatsMessage reply(raw);
+    if (status == NATS_OK) {
+      dispatch(reply.get());
+    } else if (status != NATS_TIMEOUT && status != NATS_SLOW_CONSUMER) {
+      return;  // closed
+    }
+    const auto now = std::chrono::steady_clock::now();
+    if (now < nextBeat) continue;
+    nextBeat = now + interval;
+    beat();
+  }
+}
+
+void ReplyInbox::dispatch(natsMsg* reply) {
+  const char* subject = natsMsg_GetSubject(reply);
+  std::shared_ptr<ReplySink> sink;
+  std::uint64_t number = 0;
+  {
+    const std::lock_guard lock(_mutex);
+    const char* const end = subject + std::strlen(subject);
+    if (static_cast<std::size_t>(end - subject) <= _prefix.size()) return;
+    std::uint64_t key = 0;
+    const auto [dot, error] = std::from_chars(subject + _prefix.size(), end, key);
+    if (error != std::errc() || dot == end) return;
+    if (std::from_chars(dot + 1, end, number).ptr != end) return;
+    const auto found = _sinks.find(key);
+    if (found == _sinks.end()) return;
+    sink = found->second;
+  }
+  sink->replied(number, reply);
+}
+
+void ReplyInbox::beat() {
+  for (const auto& [key, sink] : sinks()) {
+    if (sink->beat()) continue;
+    const std::lock_guard lock(_mutex);
+    _sinks.erase(key);
+  }
+}
+
+std::vector<std::pair<std::uint64_t, std::shared_ptr<ReplySink>>> ReplyInbox::sinks() {
+  const std::lock_guard lock(_mutex);
+  return {_sinks.begin(), _sinks.end()};
+}
+
+}  // namespace kestrel::streams

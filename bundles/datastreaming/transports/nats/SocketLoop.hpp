@@ -1,0 +1,60 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "transports/nats/NatsHandles.hpp"
+
+namespace kestrel::streams {
+
+/// Reads and writes the socket of one connection of the C client on a thread of its own.
+///
+/// The client's own way of writing either waits for the socket inside publish or leaves small messages lying
+/// for a millisecond. Driven from here, publish only appends to a buffer, and whoever published may flush it
+/// at once without ever waiting.
+class SocketLoop {
+ public:
+  /// `writable` runs on the loop's thread when the socket takes bytes again, and after each wake().
+  explicit SocketLoop(std::function<void()> writable);
+  /// The connection must have been closed before.
+  ~SocketLoop();
+  SocketLoop(const SocketLoop&) = delete;
+  SocketLoop& operator=(const SocketLoop&) = delete;
+
+  /// Makes connections with these options use this loop.
+  void install(natsOptions* options);
+
+  /// Runs `writable` soon. Safe from any thread.
+  void wake();
+
+  /// While one exists, the calling thread flushes what it appends by itself.
+  class FlushesItself {
+   public:
+    FlushesItself() { flushing = true; }
+    ~FlushesItself() { flushing = false; }
+    FlushesItself(const FlushesItself&) = delete;
+    FlushesItself& operator=(const FlushesItself&) = delete;
+
+    static thread_local bool flushing;
+  };
+
+ private:
+  static natsStatus attach(void** userData, void* loop, natsConnection* connection, natsSock socket);
+  static natsStatus setRead(void* userData, bool wanted);
+  static natsStatus setWrite(void* userData, bool wanted);
+  static natsStatus detach(void* userData);
+  void run();
+  void turn();
+
+  const std::function<void()> _writable;
+  const int _event;
+  std::atomic<natsConnection*> _connection{nullptr};
+  std::atomic<int> _socket{-1};
+  std::atomic<bool> _wantsRead{false};
+  std::atomic<bool> _wantsWrite{false};
+  std::atomic<bool> _stopped{false};
+  std::thread _thread;
+};
+
+}  // namespace kestrel::streams

@@ -84,7 +84,9 @@ Array noText() {
   return ArrayFactory().createArray(kestreldata::ArrayType::STRING, {0, 0});
 }
 Array missingText() {
-  return ArrayFactory().createScalar(kestreldata::optional<kestreldata::String>(std::nullopt));
+  auto text = ArrayFactory().createScalar("");
+  text.begin()->reset();
+  return text;
 }
 
 Array row(std::vector<Array> elements) {

@@ -19,6 +19,9 @@ class TransportFixture {
  public:
   virtual ~TransportFixture() = default;
 
+  /// Why the transport cannot be tested here; empty if it can.
+  [[nodiscard]] virtual std::string unavailable() const { return {}; }
+
   /// A service instance over the transport; those of one fixture meet in the same named streams.
   virtual std::shared_ptr<datastreaming::StreamsFactory> makeFactory() = 0;
 };
@@ -89,6 +92,10 @@ class TransportSuite : public testing::TestWithParam<TransportCase> {
   using Stream = std::shared_ptr<datastreaming::Stream>;
 
   static constexpr std::uint64_t limit = 200'000;
+
+  void SetUp() override {
+    if (const std::string why = _fixture->unavailable(); !why.empty()) GTEST_SKIP() << why;
+  }
 
   TransportSuite() : _fixture(GetParam().make(limit)), _factory(_fixture->makeFactory()) {}
 

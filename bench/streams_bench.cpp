@@ -83,7 +83,7 @@ void smallMessages(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * perRound);
 }
-BENCHMARK(smallMessages)->UseRealTime();
+BENCHMARK(smallMessages)->MeasureProcessCPUTime()->UseRealTime();
 
 /// One message after the other: twice the cost of a hand-off between threads, there and back.
 void oneMessageAtATime(benchmark::State& state) {
@@ -116,7 +116,7 @@ void largePieces(benchmark::State& state) {
   }
   state.SetBytesProcessed(state.iterations() * pieces * static_cast<std::int64_t>(pieceSize));
 }
-BENCHMARK(largePieces)->UseRealTime();
+BENCHMARK(largePieces)->MeasureProcessCPUTime()->UseRealTime();
 
 /// The yardstick: the same bytes copied twice by one thread.
 void largePiecesCopiedTwice(benchmark::State& state) {

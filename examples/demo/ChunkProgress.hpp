@@ -3,6 +3,7 @@
 #include <kestrel/diagnostics/RecordObserver.hpp>
 #include <kestrel/diagnostics/SeveritySettings.hpp>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <iostream>
@@ -14,8 +15,16 @@ class ChunkProgress {
  public:
   explicit ChunkProgress(std::uint64_t total)
       : _total(total), _observer([this](const auto& record) { see(record); }) {
-    kestrel::diagnostics::setSeverities(channel, kestrel::diagnostics::Severity::trace);
+    kestrel::diagnostics::setStandardErrorOutput(false);  // the records are for this display only
+    kestrel::diagnostics::setSeverities(
+        channel, kestrel::diagnostics::defaultSeverities | kestrel::diagnostics::Severity::trace);
   }
+  ~ChunkProgress() {
+    kestrel::diagnostics::setSeverities(channel, kestrel::diagnostics::defaultSeverities);
+    kestrel::diagnostics::setStandardErrorOutput(true);
+  }
+  ChunkProgress(const ChunkProgress&) = delete;
+  ChunkProgress& operator=(const ChunkProgress&) = delete;
 
   [[nodiscard]] std::uint64_t chunks() const { return _chunks; }
 
@@ -30,8 +39,8 @@ class ChunkProgress {
     if (record.channel != channel || at == std::string::npos) return;
     ++_chunks;
     _sent += std::stoull(text.substr(at + mark.size()));
-    std::cout << "\r  " << _sent * 100 / _total << " %  " << _sent << " of " << _total << " bytes in "
-              << _chunks << " chunks" << std::flush;
+    const auto percent = std::min<std::uint64_t>(100, _sent * 100 / _total);  // the envelope adds a little
+    std::cout << "\r  " << percent << " %  " << _sent << " bytes in " << _chunks << " chunks" << std::flush;
   }
 
   const std::uint64_t _total;

@@ -23,7 +23,7 @@ kestreldata::ArrayFactory& KDAHelper::getFactory() {
 kestreldata::SerializationContext& KDAHelper::getSerializationContext() {
   if (!_serializationContext) {
     _serializationContext = std::make_unique<kestreldata::SerializationContext>(
-        getFactory(), false, nullptr, nullptr, static_cast<kestreldata::OptimizedSparseFormat>(1));
+        getFactory(), false, nullptr, nullptr, kestreldata::OptimizedSparseFormat::coordinates);
   }
   return *_serializationContext;
 }

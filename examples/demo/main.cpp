@@ -6,10 +6,12 @@
 
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -78,19 +80,44 @@ bool sendFile(ISendReceiveMessenger& client, const std::string& path) {
   return ours == theirs;
 }
 
+std::unique_ptr<ISendReceiveMessenger> serverMessenger(IMessengerFactory& factory) {
+  return factory.createSendReceiveMessenger("to-client", "to-server", {});
+}
+
+/// Serves until SIGTERM or SIGINT.
+int serve() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before there are threads, which inherit it
+  const kestrel::host::Host host;
+  DataStreamMessengerFactory factory("", "");
+  const Server server(serverMessenger(factory));
+  std::cout << "ready" << std::endl;
+  int signal = 0;
+  return sigwait(&signals, &signal);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
-  if (argc != 3) {
-    std::cerr << "usage: demo CSV FILE\n";
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (arguments == std::vector<std::string>{"--serve"}) return serve();
+  const bool clientOnly = arguments.size() == 3 && arguments[0] == "--client";
+  if (arguments.size() != 2 && !clientOnly) {
+    std::cerr << "usage: demo CSV FILE            both sides in this process\n"
+                 "       demo --serve             the remote side, until a signal ends it\n"
+                 "       demo --client CSV FILE   the near side\n"
+                 "The environment variable DS_ENDPOINT names the server that two processes meet at.\n";
     return 2;
   }
   const kestrel::host::Host host;
   DataStreamMessengerFactory factory("", "");
-  const Server server(factory.createSendReceiveMessenger("to-client", "to-server"));
+  const auto server = clientOnly ? nullptr : std::make_unique<Server>(serverMessenger(factory));
   const auto client = factory.createSendReceiveMessenger("to-server", "to-client", {});
-  const bool statisticsHeld = showStatistics(*client, argv[1]);
-  const bool fileHeld = sendFile(*client, argv[2]);
+  const bool statisticsHeld = showStatistics(*client, arguments[arguments.size() - 2]);
+  const bool fileHeld = sendFile(*client, arguments.back());
   return statisticsHeld && fileHeld ? 0 : 1;
 } catch (const std::exception& error) {
   std::cerr << "demo: " << error.what() << "\n";

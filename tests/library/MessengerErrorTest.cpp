@@ -31,7 +31,9 @@ TEST(MessengerExceptionDeathTest, EndsTheProcessForAnUnknownType) {
                "MessengerError: Item is corrupt\\.");
 }
 
-TEST(DataStruct, GivesIndependentCopies) {
+TEST(DataStruct, IsEmptyAtFirstAndGivesIndependentCopies) {
+  const DataStruct fresh;
+  EXPECT_TRUE(fresh.id.empty() && fresh.attributes.empty() && fresh.data.isEmpty());
   DataStruct original(arrays().createArray<double>({1, 2}, {1.0, 2.0}), {{"unit", std::string("m")}}, "a");
   DataStruct copy = original;
   EXPECT_EQ(copy.data, original.data);
@@ -43,13 +45,6 @@ TEST(DataStruct, GivesIndependentCopies) {
   EXPECT_EQ(numberOf(original.data), 1.0);
   EXPECT_EQ(original.attributes, (AttributeMap{{"unit", std::string("m")}}));
   EXPECT_EQ(original.id, "a");
-}
-
-TEST(DataStruct, IsEmptyAtFirst) {
-  const DataStruct fresh;
-  EXPECT_TRUE(fresh.id.empty());
-  EXPECT_TRUE(fresh.attributes.empty());
-  EXPECT_TRUE(fresh.data.isEmpty());
 }
 
 }  // namespace

@@ -111,19 +111,6 @@ TEST_F(ProducerBufferTest, KeepsTheMessageWhoseSendingFailedAndStops) {
   EXPECT_EQ(buffer->enqueueAndCount(nullptr, 0, {}), 2U);
 }
 
-TEST_F(ProducerBufferTest, TakesFromSeveralThreads) {
-  make(0ms);
-  {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([&] {
-        for (int j = 0; j < 50; ++j) enqueue("x");
-      });
-    }
-  }
-  EXPECT_TRUE(eventually("all messages", [&] { return count() == 200; }));
-}
-
 TEST_F(ProducerBufferTest, IsMadeAndDestroyedAtOnceWithoutAHang) {
   for (int i = 0; i < 200; ++i) {
     make();

@@ -150,15 +150,6 @@ TEST_F(RequestTest, EndInTheHostsInterruptWhereTheThreadObservesIt) {
   kestrel::interrupt::setUserInterruptFacility(nullptr);
 }
 
-TEST_F(RequestTest, ReturnAReadyResponseWhateverIsInterrupted) {
-  const auto messenger = make();
-  const auto [future, id] = messenger->asyncRequest(DataStruct(number(1)));
-  respond(id, 4);
-  kestrel::interrupt::setUserInterruptFacility(std::make_shared<PendingInterrupt>());
-  EXPECT_EQ(numberOf(messenger->getAsyncRequestResult(future, id).data), 4);
-  kestrel::interrupt::setUserInterruptFacility(nullptr);
-}
-
 TEST_F(RequestTest, ThatCouldNotBeSentAreForgottenAfterTheTimeOut) {
   const auto messenger = make(unlimited(), shortTiming);
   EXPECT_THROW((void)messenger->asyncRequest(DataStruct(number(1), {}, "\xff")), kestreldata::Exception);
@@ -196,53 +187,9 @@ TEST_F(RequestTest, OfAHandlerEndAsItsMessengerIsDestroyed) {
   EXPECT_LT(timeOf([&] { messenger.reset(); }), 15s) << "the destructor waited for the time-out";
 }
 
-TEST_F(RequestTest, AreSafeFromManyThreadsWhileResponsesArrive) {
-  const auto messenger = make();
-  streams->onSend = [&](const SentMessage& message) {
-    const auto envelope = decodedCell(message.bytes);
-    const Array uuid = envelope[1];
-    const Array data = envelope[2];
-    std::thread([this, uuid, data] { respond(textOf(uuid), numberOf(data) * 2); }).join();
-  };
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (int i = 0; i < 50; ++i) {
-        const double value = thread * 1000 + i;
-        EXPECT_EQ(numberOf(messenger->request(DataStruct(number(value))).data), value * 2);
-      }
-    });
-  }
-  threads.clear();
-  EXPECT_EQ(messenger->pendingRequests(), 0U);
-}
-
 std::string countedId() {
   static int count = 0;
   return std::to_string(++count);
-}
-
-TEST(RequestTable, SweepsAbandonedRequestsWhenTheirTimeHasCome) {
-  RequestTable table(countedId);
-  const RequestTable::Time start{};
-  const auto [future, id] = table.open(start);
-  table.abandon(id, start + 10s);
-  (void)table.open(start + 9999ms);
-  EXPECT_EQ(table.size(), 2U);
-  (void)table.open(start + 10s);
-  EXPECT_EQ(table.size(), 2U) << "the abandoned one is still there";
-  EXPECT_THROW((void)future.get(), std::future_error);
-  EXPECT_FALSE(table.complete(id, {}));
-}
-
-TEST(RequestTable, StillTakesTheResponseOfAnAbandonedRequest) {
-  RequestTable table(countedId);
-  const RequestTable::Time start{};
-  const auto [future, id] = table.open(start);
-  table.abandon(id, start + 10s);
-  EXPECT_TRUE(table.complete(id, DataStruct(number(1))));
-  EXPECT_EQ(numberOf(future.get().data), 1);
-  EXPECT_EQ(table.size(), 0U);
 }
 
 TEST(RequestTable, BreaksPresentAndFuturePromises) {

@@ -22,7 +22,14 @@ const TransportCase liveCase{.name = "NatsLive",
                              .make = [](std::uint64_t) { return std::make_unique<NatsFixture>("live"); },
                              .refusesWhenFull = false};
 
-INSTANTIATE_TEST_SUITE_P(Nats, TransportSuite, testing::Values(liveCase),
+const TransportCase durableCase{
+    .name = "NatsDurable",
+    .make = [](std::uint64_t) { return std::make_unique<NatsFixture>("durable"); },
+    .severalConsumers = false,
+    .refusesWhenFull = false,
+    .acknowledgesWithId = false};
+
+INSTANTIATE_TEST_SUITE_P(Nats, TransportSuite, testing::Values(liveCase, durableCase),
                          [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -31,8 +31,9 @@ struct TransportCase {
   const char* name;
   /// Makes the fixture with a bound for what waits for one consumer, in bytes.
   std::function<std::unique_ptr<TransportFixture>(std::uint64_t queueLimit)> make;
-  bool severalConsumers = true;  ///< each consumer of a stream gets every message
-  bool refusesWhenFull = true;   ///< a message for which a consumer has no room fails in send()
+  bool severalConsumers = true;    ///< each consumer of a stream gets every message
+  bool refusesWhenFull = true;     ///< a message for which a consumer has no room fails in send()
+  bool acknowledgesWithId = true;  ///< an acknowledgement is the message's id
 };
 
 inline void PrintTo(const TransportCase& transport, std::ostream* out) {

@@ -12,7 +12,10 @@ using testing::ElementsAre;
 TEST_P(TransportSuite, NoCallbackRunsOnceTheConsumerIsDestroyedUnderAFlood) {
   std::atomic<bool> stop = false;
   const auto stream = open("s");
-  const auto keeper = startConsumer(stream, [](const auto*, auto, const auto&, auto&) {});
+  // Where several may listen, the flood does not pile up between the rounds.
+  Consumer keeper;
+  if (GetParam().severalConsumers)
+    keeper = startConsumer(stream, [](const auto*, auto, const auto&, auto&) {});
   std::vector<std::thread> flood;
   for (int i = 0; i < 2; ++i) {
     flood.emplace_back([&, producer = startProducer(stream)] {

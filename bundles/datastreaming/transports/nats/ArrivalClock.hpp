@@ -11,6 +11,8 @@ namespace kestrel::streams {
 /// to be missing, and it stands still while the connection is away. For one thread.
 class ArrivalClock {
  public:
+  explicit ArrivalClock(TimePoint now) : _mark(now), _reached(now) {}
+
   /// One message is about to be handled, or none was there, and that many wait behind it.
   TimePoint advance(TimePoint now, std::uint64_t waiting) {
     if (_ahead > 0) --_ahead;
@@ -33,8 +35,8 @@ class ArrivalClock {
   [[nodiscard]] TimePoint real(TimePoint time) const { return time + _away; }
 
  private:
-  TimePoint _mark{};
-  TimePoint _reached{};
+  TimePoint _mark;
+  TimePoint _reached;
   std::uint64_t _ahead = 0;  // messages that were there at _mark and are still to come
   Clock::duration _away{};
 };

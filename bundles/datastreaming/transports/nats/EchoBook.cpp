@@ -19,7 +19,8 @@ std::shared_future<std::string> EchoBook::expect(const std::shared_ptr<EchoBook>
     expected.text = std::move(text);
     result = expected.promise.get_future().share();
   }
-  const auto refusal = outbox.post({makeSignal(book->_prefix + std::to_string(number)), cost, number, book});
+  const auto refusal =
+      outbox.post({makeSignal(book->_prefix + std::to_string(number)), cost, number, book, 0});
   if (refusal) book->fail(number, number, *refusal);
   return result;
 }

@@ -14,7 +14,7 @@ namespace {
 void announceEvent(NatsConnection& connection, const std::string& subject, ProducerEvent::Kind kind,
                    std::uint64_t producer) {
   try {
-    (void)connection.outbox().post({makeEvent(subject, {kind, producer}), 256, 0, nullptr});
+    (void)connection.outbox().post({makeEvent(subject, {kind, producer}), 256, 0, nullptr, 0});
   } catch (const std::exception& error) {
     logError(std::string("a producer could not announce its end: ") + error.what());
   }
@@ -68,7 +68,8 @@ ProducerBase::Outcome LiveProducer::transmit(const Outgoing& message) {
                   _connection->maxPayload());
   if (auto* why = std::get_if<std::string>(&made)) return {std::move(*why), {}};
   auto& outgoing = std::get<OutgoingMessage>(made);
-  auto refusal = _connection->outbox().post({std::move(outgoing.message), outgoing.wireSize, 0, _failures});
+  auto refusal =
+      _connection->outbox().post({std::move(outgoing.message), outgoing.wireSize, 0, _failures, 0});
   if (refusal) return {std::move(refusal), {}};
   _heard = true;
   if (!_acknowledge) return {std::nullopt, emptyAcknowledgement()};

@@ -27,6 +27,7 @@ void LiveReceiver::open() {
 
 void LiveReceiver::run() {
   const auto subscription = std::move(_subscribed);
+  _clock = ArrivalClock(Clock::now());
   while (!stopped()) {
     natsMsg* raw = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(longest));

@@ -7,6 +7,7 @@
 
 #include <kestrel/datastreaming/Keys.hpp>
 #include "transports/nats/Backoff.hpp"
+#include "transports/shared/Frame.hpp"
 #include "transports/shared/Log.hpp"
 
 namespace kestrel::streams {
@@ -17,6 +18,7 @@ namespace {
 
 constexpr std::chrono::milliseconds connectTimeout{2000};
 constexpr std::chrono::milliseconds lastFlush{1000};
+constexpr std::chrono::milliseconds drainSlice{2};
 constexpr int readBuffer = 256 << 10;
 
 /// The C client may call back after a connection was destroyed, so its callbacks get a number instead of a
@@ -81,19 +83,30 @@ std::shared_ptr<NatsConnection> NatsConnection::connect(const NatsEndpoint& endp
 NatsConnection::NatsConnection(const NatsEndpoint& endpoint)
     : _endpoint(endpoint),
       _id(Registry::shared().reserve()),
-      _outbox([this] { _loop.wake(); }),
-      _loop([this] { _outbox.pump(); }) {}
+      _loop([this] { _outbox.pump(); }),
+      _outbox(_loop) {}
 
 NatsConnection::~NatsConnection() {
   Registry::shared().remove(_id);
-  const auto deadline = std::chrono::steady_clock::now() + lastFlush;
-  while (connected() && (!_outbox.empty() || !_inbox.idle()) && std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
+  const auto deadline = Clock::now() + lastFlush;
+  while (connected() && !_inbox.idle() && Clock::now() < deadline) std::this_thread::sleep_for(drainSlice);
+  drain(lastFlush);
   _outbox.close("the connection was closed");
+  _loop.stop();  // the client does not expect to be closed while it reads
   natsConnection_Close(_connection);
   _inbox.close("the connection was closed");
   natsConnection_Destroy(_connection);
+}
+
+void NatsConnection::release(natsSubscription* subscription) {
+  natsSubscription_Unsubscribe(subscription);
+  _loop.settle();
+  natsSubscription_Destroy(subscription);
+}
+
+void NatsConnection::drain(std::chrono::milliseconds most) {
+  const auto deadline = Clock::now() + most;
+  while (connected() && !_outbox.empty() && Clock::now() < deadline) std::this_thread::sleep_for(drainSlice);
 }
 
 void NatsConnection::open() {
@@ -131,6 +144,8 @@ void NatsConnection::setOptions(natsOptions* options) {
   set(natsOptions_SetIOBufSize(options, readBuffer));
   // Without it a thread of the client's would look only every millisecond whether there is something to send.
   set(natsOptions_SetSendAsap(options, true));
+  // What is published while the connection is away waits in the outbox, in its order.
+  set(natsOptions_SetReconnectBufSize(options, 0));
   set(natsOptions_SetFailRequestsOnDisconnect(options, true));
   set(natsOptions_SetDisconnectedCB(options, forward<&NatsConnection::onDisconnected>, id));
   set(natsOptions_SetReconnectedCB(options, forward<&NatsConnection::onReconnected>, id));
@@ -172,7 +187,8 @@ std::string NatsConnection::failureText(natsStatus status) const {
 }
 
 bool NatsConnection::connected() const {
-  return _connection != nullptr && natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED;
+  return _connection != nullptr && _loop.epoch() != 0 &&
+         natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED;
 }
 
 bool NatsConnection::closed() const {

@@ -35,12 +35,19 @@ class NatsConnection {
   /// For those who wait until the server has accepted something; throws std::runtime_error.
   [[nodiscard]] std::shared_ptr<EchoBook> echoes();
 
+  /// Ends and frees a subscription.
+  void release(natsSubscription* subscription);
+  /// Waits until all that was posted has gone to the system, at most that long.
+  void drain(std::chrono::milliseconds most);
+
   [[nodiscard]] bool connected() const;
   [[nodiscard]] bool closed() const;
   /// Why it closed for good, or was lost last.
   [[nodiscard]] std::string lastFailure() const;
   /// The largest message, headers included, that the server takes now.
   [[nodiscard]] std::uint64_t maxPayload() const;
+  /// As SocketLoop::epoch().
+  [[nodiscard]] std::uint64_t epoch() const { return _loop.epoch(); }
   /// How often it has come back.
   [[nodiscard]] std::uint64_t reconnects() const { return _reconnects; }
 
@@ -66,8 +73,8 @@ class NatsConnection {
 
   const NatsEndpoint _endpoint;
   const std::uintptr_t _id;  // what the C client's callbacks know the connection by
+  SocketLoop _loop;          // its thread uses the outbox, but only while there is a connection
   Outbox _outbox;
-  SocketLoop _loop;  // destroyed before the outbox, which its thread uses
   ReplyInbox _inbox;
   natsConnection* _connection = nullptr;
   std::atomic<std::uint64_t> _reconnects{0};

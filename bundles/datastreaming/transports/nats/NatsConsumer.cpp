@@ -8,9 +8,10 @@
 namespace kestrel::streams {
 
 NatsConsumer::~NatsConsumer() {
-  _receiver->stop();
+  const bool insideRun = _thread.get_id() == std::this_thread::get_id();
+  _receiver->stop(insideRun);
   if (!_thread.joinable()) return;
-  if (_thread.get_id() == std::this_thread::get_id()) {
+  if (insideRun) {
     _thread.detach();
   } else {
     _thread.join();

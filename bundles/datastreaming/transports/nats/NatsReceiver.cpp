@@ -27,9 +27,9 @@ NatsReceiver::NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_p
       _errors(std::make_shared<ErrorOutlet>(_context)),
       _pipeline(std::make_shared<DeliveryPipeline>(_context, _errors, limits)) {}
 
-void NatsReceiver::stop() {
+void NatsReceiver::stop(bool insideRun) {
   _stopped = true;
-  use(nullptr);
+  if (!insideRun) use(nullptr);
   _pipeline->close();
   _errors->close();
 }
@@ -37,10 +37,8 @@ void NatsReceiver::stop() {
 std::shared_ptr<natsSubscription> NatsReceiver::subscribe(const std::string& subject) {
   natsSubscription* raw = nullptr;
   require(natsConnection_SubscribeSync(&raw, _connection->handle(), subject.c_str()), "subscribing");
-  std::shared_ptr<natsSubscription> subscription(raw, [](natsSubscription* ended) {
-    natsSubscription_Unsubscribe(ended);
-    natsSubscription_Destroy(ended);
-  });
+  std::shared_ptr<natsSubscription> subscription(
+      raw, [connection = _connection](natsSubscription* ended) { connection->release(ended); });
   require(natsSubscription_SetPendingLimits(raw, pendingMessages, ByteBudget::defaultLimit),
           "setting the limits of a subscription");
   require(natsConnection_FlushTimeout(_connection->handle(), flushTimeoutMs),

@@ -25,8 +25,9 @@ class NatsReceiver {
   virtual void open() = 0;
   /// Delivers until stop(); for the delivery thread.
   virtual void run() = 0;
-  /// Ends run() soon and closes the way to the callbacks. From any thread.
-  void stop();
+  /// Ends run() soon and closes the way to the callbacks. From any thread, also from a callback that run()
+  /// has called.
+  void stop(bool insideRun);
 
  protected:
   /// Makes a subscription and waits until the server has it.
@@ -49,7 +50,7 @@ class NatsReceiver {
   const std::shared_ptr<ErrorOutlet> _errors;
   const std::shared_ptr<DeliveryPipeline> _pipeline;
   // The delivery thread's own.
-  ArrivalClock _clock;
+  ArrivalClock _clock{Clock::now()};
 
  private:
   [[nodiscard]] bool handleEvent(natsMsg* message);

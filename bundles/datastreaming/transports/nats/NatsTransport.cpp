@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "transports/nats/DurableProducer.hpp"
+#include "transports/nats/DurableReceiver.hpp"
 #include "transports/nats/LiveProducer.hpp"
 #include "transports/nats/LiveReceiver.hpp"
 #include "transports/nats/NatsConsumer.hpp"
@@ -30,11 +32,35 @@ class LiveLink final : public StreamLink {
   const SubjectNames _names;
 };
 
+class DurableLink final : public StreamLink {
+ public:
+  DurableLink(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection)
+      : _context(std::move(context)), _connection(std::move(connection)), _names(_context->id) {
+    DurableStore(_connection, _names).prepare();
+  }
+
+  std::shared_ptr<datastreaming::Producer> makeProducer(const ProducerSettings& settings) override {
+    return std::make_shared<DurableProducer>(_context, _connection, _names.durable, settings);
+  }
+
+  std::shared_ptr<datastreaming::Consumer> makeConsumer() override {
+    return std::make_shared<NatsConsumer>(std::make_shared<DurableReceiver>(_context, _connection, _names));
+  }
+
+ private:
+  const std::shared_ptr<StreamContext> _context;
+  const std::shared_ptr<NatsConnection> _connection;
+  const SubjectNames _names;
+};
+
 }  // namespace
 
 std::shared_ptr<StreamLink> NatsTransport::open(std::shared_ptr<StreamContext> context) {
   auto shared = connection();
   shared->countReconnectsOn(context);
+  if (_endpoint.delivery == NatsEndpoint::Delivery::durable) {
+    return std::make_shared<DurableLink>(std::move(context), std::move(shared));
+  }
   return std::make_shared<LiveLink>(std::move(context), std::move(shared));
 }
 

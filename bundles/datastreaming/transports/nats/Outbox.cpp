@@ -2,18 +2,17 @@
 
 #include <utility>
 
-#include "transports/nats/SocketLoop.hpp"
-
 namespace kestrel::streams {
 
 std::optional<std::string> Outbox::post(Post post) {
   const std::lock_guard lock(_mutex);
   if (_closed) return _closed;
   if (_connection == nullptr) return "the connection is not open yet";
+  if (obsolete(post)) return "the connection was lost";
   if (_waiting.empty() && takesMore()) {
     const natsStatus status = publish(post);
     // What the socket did not take is for the loop, which may not know yet that it has to watch.
-    if (!flush()) _wakeLoop();
+    if (!flush()) _loop.wake();
     if (status == NATS_OK) return std::nullopt;
     return "the NATS client refused it: " + describe(status);
   }
@@ -36,6 +35,7 @@ void Outbox::pump() {
       Post post = std::move(_waiting.front());
       _waiting.pop_front();
       _waitingBytes -= post.cost;
+      if (obsolete(post)) continue;
       const natsStatus status = publish(post);
       if (status != NATS_OK) failed.emplace_back(std::move(post), describe(status));
       flush();
@@ -72,7 +72,7 @@ bool Outbox::empty() {
 }
 
 bool Outbox::takesMore() const {
-  return natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED &&
+  return natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED && _loop.epoch() != 0 &&
          natsConnection_Buffered(_connection) < window;
 }
 

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "transports/nats/NatsHandles.hpp"
+#include "transports/nats/SocketLoop.hpp"
 
 namespace kestrel::streams {
 
@@ -38,10 +38,10 @@ class Outbox {
     std::uint64_t cost = 0;          ///< the memory that it takes while it waits
     std::uint64_t tag = 0;           ///< the poster's own
     std::shared_ptr<Poster> poster;  ///< may be empty
+    std::uint64_t epoch = 0;         ///< if not 0: the only connection that it may go to, else it is dropped
   };
 
-  explicit Outbox(std::function<void()> wakeLoop, std::uint64_t limit = defaultLimit)
-      : _wakeLoop(std::move(wakeLoop)), _limit(limit) {}
+  explicit Outbox(SocketLoop& loop, std::uint64_t limit = defaultLimit) : _loop(loop), _limit(limit) {}
 
   /// Takes the message over; or returns why not.
   [[nodiscard]] std::optional<std::string> post(Post post);
@@ -59,13 +59,16 @@ class Outbox {
  private:
   [[nodiscard]] bool takesMore() const;
   [[nodiscard]] natsStatus publish(const Post& post);
+  [[nodiscard]] bool obsolete(const Post& post) const {
+    return post.epoch != 0 && post.epoch != _loop.epoch();
+  }
   /// Returns whether the socket took everything.
   bool flush();
 
   // Large messages go one by one: what the socket did not take is moved in memory for each that follows.
   static constexpr int window = 64 << 10;
 
-  const std::function<void()> _wakeLoop;
+  SocketLoop& _loop;
   const std::uint64_t _limit;
   std::mutex _mutex;
   // Guarded by _mutex, which also lets only one thread flush: flushing an emptied buffer would end the

@@ -40,8 +40,9 @@ std::variant<OutgoingMessage, std::string> makeMessage(const MessageParts& parts
   return result;
 }
 
-std::shared_ptr<natsMsg> makeEvent(const std::string& subject, const ProducerEvent& event) {
-  auto message = makeSignal(subject);
+std::shared_ptr<natsMsg> makeEvent(const std::string& subject, const ProducerEvent& event,
+                                   const std::string& reply) {
+  auto message = create(subject, reply, nullptr, 0);
   HeaderWriter(message.get()).add(MessageHeaders::event, writeEvent(event));
   return message;
 }

@@ -32,7 +32,8 @@ struct OutgoingMessage {
                                                                      std::uint64_t maxPayload);
 
 /// A message that carries news of a producer; throws std::runtime_error.
-[[nodiscard]] std::shared_ptr<natsMsg> makeEvent(const std::string& subject, const ProducerEvent& event);
+[[nodiscard]] std::shared_ptr<natsMsg> makeEvent(const std::string& subject, const ProducerEvent& event,
+                                                 const std::string& reply = {});
 
 /// A message without headers; throws std::runtime_error.
 [[nodiscard]] std::shared_ptr<natsMsg> makeSignal(const std::string& subject, const std::string& text = {});

@@ -28,10 +28,14 @@ SocketLoop::SocketLoop(std::function<void()> writable)
 }
 
 SocketLoop::~SocketLoop() {
+  stop();
+  ::close(_event);
+}
+
+void SocketLoop::stop() {
   _stopped = true;
   wake();
-  _thread.join();
-  ::close(_event);
+  if (_thread.joinable()) _thread.join();
 }
 
 void SocketLoop::install(natsOptions* options) {
@@ -51,6 +55,7 @@ natsStatus SocketLoop::attach(void** userData, void* loop, natsConnection* conne
   auto* const self = static_cast<SocketLoop*>(loop);
   *userData = self;
   self->_connection = connection;
+  ++self->_attachments;
   self->_socket = socket;
   self->_wantsRead = true;
   self->wake();
@@ -100,7 +105,10 @@ void SocketLoop::turn() {
     _socket.compare_exchange_strong(expected, -1);
     return;
   }
-  if ((polled[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) natsConnection_ProcessReadEvent(_connection);
+  if ((polled[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+    const std::lock_guard lock(_reading);
+    natsConnection_ProcessReadEvent(_connection);
+  }
   if (polled[0].revents != 0 || (polled[1].revents & POLLOUT) != 0) _writable();
 }
 

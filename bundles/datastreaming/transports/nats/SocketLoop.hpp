@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 #include "transports/nats/NatsHandles.hpp"
@@ -17,7 +19,6 @@ class SocketLoop {
  public:
   /// `writable` runs on the loop's thread when the socket takes bytes again, and after each wake().
   explicit SocketLoop(std::function<void()> writable);
-  /// The connection must have been closed before.
   ~SocketLoop();
   SocketLoop(const SocketLoop&) = delete;
   SocketLoop& operator=(const SocketLoop&) = delete;
@@ -27,6 +28,18 @@ class SocketLoop {
 
   /// Runs `writable` soon. Safe from any thread.
   void wake();
+
+  /// Waits until the client's code that reads now has returned. It looks a subscription up and then uses it
+  /// without holding it, so one must not be freed before this was called after its end. Not on the loop's
+  /// thread.
+  void settle() { const std::lock_guard lock(_reading); }
+
+  /// Ends the thread. Nothing is read or written afterwards.
+  void stop();
+
+  /// Counts the connections that there were, the present one included; 0 while there is none. It changes
+  /// before the client reports a connection as usable.
+  [[nodiscard]] std::uint64_t epoch() const { return _socket >= 0 ? _attachments.load() : 0; }
 
   /// While one exists, the calling thread flushes what it appends by itself.
   class FlushesItself {
@@ -50,10 +63,12 @@ class SocketLoop {
   const std::function<void()> _writable;
   const int _event;
   std::atomic<natsConnection*> _connection{nullptr};
+  std::atomic<std::uint64_t> _attachments{0};
   std::atomic<int> _socket{-1};
   std::atomic<bool> _wantsRead{false};
   std::atomic<bool> _wantsWrite{false};
   std::atomic<bool> _stopped{false};
+  std::mutex _reading;  // held while the client reads
   std::thread _thread;
 };
 

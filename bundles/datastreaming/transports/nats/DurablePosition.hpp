@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace kestrel::streams {
+
+/// How far a consumer has come in the messages that the server stores for it, each under a number that grows.
+/// A plain object, not thread-safe.
+///
+/// After every interruption the server sends again, in order, whatever it has no acknowledgement of.
+class DurablePosition {
+ public:
+  struct Arrival {
+    bool fresh = false;         ///< it must be delivered
+    bool settled = false;       ///< it was dealt with before; the acknowledgement has to be repeated
+    std::uint64_t expired = 0;  ///< how many before it were removed unread
+  };
+
+  /// Numbers up to this one were sent to an earlier consumer, so that holes among them mean nothing.
+  void startAfter(std::uint64_t number) { _quietUpTo = number; }
+
+  /// A message has come; its acknowledgement goes to that subject from now on.
+  [[nodiscard]] Arrival arrived(std::uint64_t number, std::string acknowledgeTo);
+
+  /// The message has been dealt with. Returns where to say so.
+  [[nodiscard]] std::string settle(std::uint64_t number);
+
+ private:
+  std::uint64_t _last = 0;
+  std::uint64_t _quietUpTo = 0;
+  std::map<std::uint64_t, std::string> _open;  // delivered and not settled yet
+};
+
+/// What the reply subject of a stored message says: "$JS.ACK.store.reader.deliveries.number.count.time.left",
+/// or the longer form with domain and account in front of the store.
+struct DeliveryNumbers {
+  std::uint64_t stored = 0;  ///< its number in the store
+  std::uint64_t count = 0;   ///< counts what this reader was sent
+};
+[[nodiscard]] std::optional<DeliveryNumbers> readDeliveryNumbers(const std::string& reply);
+
+}  // namespace kestrel::streams

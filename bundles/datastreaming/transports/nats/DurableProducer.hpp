@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "transports/nats/DurablePublisher.hpp"
+#include "transports/nats/MessageHeaders.hpp"
+#include "transports/shared/ProducerBase.hpp"
+
+namespace kestrel::streams {
+
+/// Has the server store messages for the stream's consumer.
+class DurableProducer final : public ProducerBase {
+ public:
+  DurableProducer(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+                  std::string subject, const ProducerSettings& settings);
+  ~DurableProducer() override;
+
+ protected:
+  Outcome transmit(const Outgoing& message) override;
+  void abandonPayload() override;
+  void open() override;
+
+ private:
+  void announce(ProducerEvent::Kind kind);
+
+  const std::shared_ptr<NatsConnection> _connection;
+  const std::string _subject;
+  const bool _acknowledge;
+  // Guarded by the lock of ProducerBase.
+  std::shared_ptr<DurablePublisher> _publisher;  // set by open()
+  std::uint64_t _number = 0;                     // of the message submitted last
+  bool _heard = false;                           // a message was accepted
+};
+
+}  // namespace kestrel::streams

@@ -1,0 +1,128 @@
+#include "transports/nats/DurablePublisher.hpp"
+
+#include <stdexcept>
+#include <utility>
+
+#include "transports/nats/StoreReply.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+PublishLedger::Limits limitsOf(const NatsEndpoint& endpoint) {
+  PublishLedger::Limits limits;
+  limits.retry = endpoint.retry;
+  return limits;
+}
+
+}  // namespace
+
+std::shared_ptr<DurablePublisher> DurablePublisher::create(NatsConnection& connection,
+                                                           std::shared_ptr<StreamContext> context,
+                                                           std::shared_ptr<ErrorOutlet> errors) {
+  std::shared_ptr<DurablePublisher> publisher(
+      new DurablePublisher(connection, std::move(context), std::move(errors)));
+  publisher->_replyPrefix = connection.inbox().add(publisher);
+  connection.watch(publisher);
+  return publisher;
+}
+
+DurablePublisher::DurablePublisher(NatsConnection& connection, std::shared_ptr<StreamContext> context,
+                                   std::shared_ptr<ErrorOutlet> errors)
+    : _connection(connection),
+      _context(std::move(context)),
+      _errors(std::move(errors)),
+      _ledger(limitsOf(connection.endpoint())) {}
+
+std::optional<std::string> DurablePublisher::submit(PublishLedger::Entry entry) {
+  const std::lock_guard lock(_mutex);
+  if (_closed) return _closed;
+  if (!_ledger.hasRoom(entry.bytes)) {
+    return "it takes " + std::to_string(entry.bytes) + " bytes, and of the " +
+           std::to_string(_ledger.limits().bytes) + " bytes that may wait to be stored " +
+           std::to_string(_ledger.bytes()) + " are taken";
+  }
+  _ledger.add(std::move(entry));
+  publish();
+  return std::nullopt;
+}
+
+/// Under _mutex, so that messages reach the connection in their order.
+void DurablePublisher::publish() {
+  if (!_connection.connected()) return;
+  // Nothing new may go to a new connection before what the old one may have lost.
+  if (const auto epoch = _connection.epoch(); epoch != _epoch) {
+    _ledger.restart();
+    _epoch = epoch;
+  }
+  while (auto message = _ledger.next(Clock::now())) {
+    const auto size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message.get()));
+    if (!_connection.outbox().post({std::move(message), size, 0, nullptr, _epoch})) continue;
+    _ledger.unpublish();  // no room; the next beat tries again
+    return;
+  }
+}
+
+void DurablePublisher::replied(std::uint64_t number, natsMsg* reply) {
+  const StoreReply answer = readStoreReply(reply);
+  std::optional<PublishLedger::Entry> done;
+  {
+    const std::lock_guard lock(_mutex);
+    if (answer.error.empty()) {
+      done = _ledger.stored(number);
+    } else {
+      _ledger.failed(number, answer.error, Clock::now());
+    }
+    publish();
+  }
+  if (done && done->stored) done->stored->set_value(std::to_string(answer.sequence));
+}
+
+bool DurablePublisher::beat() {
+  std::vector<PublishLedger::Entry> expired;
+  std::string why;
+  bool needed = true;
+  {
+    const std::lock_guard lock(_mutex);
+    expired = _ledger.tick(Clock::now());
+    why = _ledger.lastFailure();
+    publish();
+    needed = !_retired || !_ledger.empty();
+  }
+  if (why.empty()) why = _connection.connected() ? "the server did not answer" : "the connection is away";
+  giveUp(std::move(expired), "within " + std::to_string(_connection.endpoint().retry.count()) + " s; " + why);
+  return needed;
+}
+
+bool DurablePublisher::idle() {
+  const std::lock_guard lock(_mutex);
+  return _ledger.empty();
+}
+
+void DurablePublisher::abandon(const std::string& why) {
+  std::vector<PublishLedger::Entry> all;
+  {
+    const std::lock_guard lock(_mutex);
+    _closed = why;
+    all = _ledger.takeAll();
+  }
+  giveUp(std::move(all), why);
+}
+
+void DurablePublisher::reconnected() {
+  const std::lock_guard lock(_mutex);
+  publish();
+}
+
+void DurablePublisher::giveUp(std::vector<PublishLedger::Entry> entries, const std::string& why) {
+  if (entries.empty()) return;
+  StreamCounters::add(_context->counters.lost, entries.size());
+  const std::string text =
+      std::to_string(entries.size()) + " messages could not be stored and are given up: " + why;
+  _errors->report(text);
+  for (auto& entry : entries) {
+    if (entry.stored) entry.stored->set_exception(std::make_exception_ptr(std::runtime_error(text)));
+  }
+}
+
+}  // namespace kestrel::streams

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "transports/nats/ConnectionWatcher.hpp"
+#include "transports/nats/NatsConnection.hpp"
+#include "transports/nats/PublishLedger.hpp"
+#include "transports/shared/ErrorOutlet.hpp"
+
+namespace kestrel::streams {
+
+/// Publishes the messages of one producer until each is stored. The connection keeps it until then, also when
+/// the producer has gone. Safe from any thread.
+class DurablePublisher final : public ReplySink, public ConnectionWatcher {
+ public:
+  [[nodiscard]] static std::shared_ptr<DurablePublisher> create(NatsConnection& connection,
+                                                                std::shared_ptr<StreamContext> context,
+                                                                std::shared_ptr<ErrorOutlet> errors);
+
+  /// Where the server is to answer about the message of that number.
+  [[nodiscard]] std::string replySubject(std::uint64_t sequence) const {
+    return _replyPrefix + std::to_string(sequence);
+  }
+
+  /// Takes a message over; or returns why not. The numbers must grow.
+  [[nodiscard]] std::optional<std::string> submit(PublishLedger::Entry entry);
+
+  /// Nothing more will be submitted.
+  void retire() { _retired = true; }
+
+  void replied(std::uint64_t number, natsMsg* reply) override;
+  bool beat() override;
+  [[nodiscard]] bool idle() override;
+  void abandon(const std::string& why) override;
+  void reconnected() override;
+  void closed(const std::string& why) override { abandon(why); }
+
+ private:
+  DurablePublisher(NatsConnection& connection, std::shared_ptr<StreamContext> context,
+                   std::shared_ptr<ErrorOutlet> errors);
+  void publish();
+  void giveUp(std::vector<PublishLedger::Entry> entries, const std::string& why);
+
+  NatsConnection& _connection;  // which lives for as long as anybody calls
+  const std::shared_ptr<StreamContext> _context;
+  const std::shared_ptr<ErrorOutlet> _errors;
+  std::string _replyPrefix;
+  std::atomic<bool> _retired{false};
+
+  std::mutex _mutex;
+  // Guarded by _mutex.
+  PublishLedger _ledger;
+  std::uint64_t _epoch = 0;  // of the connection that _ledger speaks of
+  std::optional<std::string> _closed;
+};
+
+}  // namespace kestrel::streams

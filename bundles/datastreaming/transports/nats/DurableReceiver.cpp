@@ -1,0 +1,219 @@
+#include "transports/nats/DurableReceiver.hpp"
+
+#include <cstring>
+#include <utility>
+
+#include "transports/nats/OutgoingMessage.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+constexpr std::chrono::milliseconds slice{250};  // how soon a reconnect is noticed
+constexpr std::chrono::milliseconds handover{1500};
+constexpr std::chrono::milliseconds confirmTime{1000};
+const std::string acknowledgement = "+ACK";
+constexpr std::chrono::milliseconds pause{500};      // between attempts to attach
+constexpr std::chrono::seconds heartbeatsMissed{4};  // the server sends one a second
+
+PayloadSequencer::Limits durableLimits(const NatsEndpoint& endpoint) {
+  PayloadSequencer::Limits limits;
+  // Its producer may be trying to store the next piece for that long.
+  limits.silence = endpoint.retry + std::chrono::seconds(10);
+  // Beyond it something would be lost; the server holds back what is not asked for.
+  limits.waitingBytes = 1ULL << 30;
+  return limits;
+}
+
+}  // namespace
+
+/// Acknowledges one message when the pipeline is done with it, on the delivery thread.
+class DurableReceiver::Settlement final : public Receipt {
+ public:
+  Settlement(std::weak_ptr<DurableReceiver> receiver, std::uint64_t number)
+      : _receiver(std::move(receiver)), _number(number) {}
+
+  void settle() noexcept override {
+    try {
+      if (const auto receiver = _receiver.lock()) receiver->settled(_number);
+    } catch (...) {  // it comes again, and is then known
+    }
+  }
+
+ private:
+  const std::weak_ptr<DurableReceiver> _receiver;
+  const std::uint64_t _number;
+};
+
+DurableReceiver::DurableReceiver(std::shared_ptr<StreamContext> context,
+                                 std::shared_ptr<NatsConnection> connection, SubjectNames names)
+    : NatsReceiver(std::move(context), connection, durableLimits(connection->endpoint())),
+      _store(std::move(connection), std::move(names)) {}
+
+/// An earlier consumer, of this process or of one that was killed, may be about to be noticed as gone.
+void DurableReceiver::open() {
+  for (const auto deadline = Clock::now() + handover;;) {
+    try {
+      return attach(true);
+    } catch (const ReaderExists&) {
+      if (Clock::now() >= deadline) throw;
+    }
+    std::this_thread::sleep_for(slice / 5);
+  }
+}
+
+void DurableReceiver::attach(bool first) {
+  const auto newInbox = [] {
+    char* name = nullptr;
+    require(natsInbox_Create(&name), "naming an inbox");
+    std::string inbox = name;
+    natsInbox_Destroy(name);
+    return inbox;
+  };
+  _epoch = _connection->epoch();
+  use(nullptr);
+  _subscription.reset();  // while it exists the server counts us as the active reader
+  confirmAcknowledgements();
+  const std::string claiming = newInbox();
+  const auto holder = subscribe(claiming);
+  const auto claim = _store.claim(claiming);
+  if (first) reportExpired(claim);
+  // What came to the first subject may have been sent before; the second one begins at the beginning.
+  const std::string delivering = newInbox();
+  auto subscription = subscribe(delivering);
+  _store.restart(delivering);
+  _subscription = std::move(subscription);
+  use(_subscription);
+  _count = 0;
+  _attached = true;
+  _complained = false;
+  _heard = Clock::now();
+}
+
+void DurableReceiver::reportExpired(const DurableStore::Claim& claim) {
+  _position.startAfter(claim.sent);
+  if (claim.first <= claim.finished + 1) return;
+  const std::uint64_t expired = claim.first - claim.finished - 1;
+  StreamCounters::add(_context->counters.lost, expired);
+  _errors->report(std::to_string(expired) +
+                  " stored messages were removed unread, for their age or for room");
+}
+
+void DurableReceiver::run() {
+  _clock = ArrivalClock(Clock::now());
+  _seen = Clock::now();
+  while (!stopped()) {
+    if (_connection->closed()) return reportClosed();
+    if (keepAttached()) receive();
+  }
+  confirmAcknowledgements();
+  _subscription.reset();
+}
+
+/// Returns whether messages can come; if not, it has waited a little.
+bool DurableReceiver::keepAttached() {
+  const auto now = Clock::now();
+  const bool connected = _connection->connected();
+  const bool silent = connected && now - _heard > heartbeatsMissed;
+  if (_attached && (silent || _epoch != _connection->epoch())) _attached = false;
+  if (_attached && connected) {
+    _seen = now;
+    return true;
+  }
+  _clock.exclude(now - _seen);  // nobody can be silent while nothing can come
+  _seen = now;
+  if (!connected || now < _nextAttempt) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return false;
+  }
+  try {
+    attach(false);
+  } catch (const std::exception& error) {
+    if (!_complained)
+      _errors->report(std::string("the stream cannot be read, trying again: ") + error.what());
+    _complained = true;
+    _nextAttempt = Clock::now() + pause;
+    _heard = Clock::now();
+  }
+  return _attached;
+}
+
+void DurableReceiver::receive() {
+  natsMsg* raw = nullptr;
+  const auto subscription = _subscription;
+  const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(slice));
+  std::shared_ptr<natsMsg> message(raw, natsMsg_Destroy);
+  const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
+  if (status == NATS_OK) {
+    take(std::move(message), now);
+    _heard = Clock::now();
+  } else if (status == NATS_TIMEOUT) {
+    _pipeline->tick(now);
+  } else if (!stopped()) {
+    _attached = false;  // dropped by the client, or the connection is about to be closed
+  }
+}
+
+void DurableReceiver::take(std::shared_ptr<natsMsg> message, TimePoint now) {
+  const char* status = nullptr;
+  if (natsMsg_GetDataLength(message.get()) == 0 &&
+      natsMsgHeader_Get(message.get(), "Status", &status) == NATS_OK) {
+    return takeSignal(message.get(), status);
+  }
+  const char* reply = natsMsg_GetReply(message.get());
+  const auto numbers = reply != nullptr ? readDeliveryNumbers(reply) : std::nullopt;
+  if (!numbers) return;
+  if (numbers->count != ++_count) {  // something on the way to us was dropped
+    _attached = false;
+    return;
+  }
+  const auto arrival = _position.arrived(numbers->stored, reply);
+  if (arrival.expired > 0) {
+    // Those of producers known here are counted by their own numbers.
+    _errors->report(std::to_string(arrival.expired) +
+                    " stored messages were removed unread, for their age or for room");
+  }
+  if (arrival.settled) acknowledge(reply);
+  if (!arrival.fresh) return;
+  handle(std::move(message), now, std::make_unique<Settlement>(weak_from_this(), numbers->stored));
+}
+
+void DurableReceiver::takeSignal(natsMsg* message, const char* status) {
+  if (std::strcmp(status, "100") != 0) return;
+  // Everything before the request has been handled, so the server may send more.
+  if (const char* reply = natsMsg_GetReply(message); reply != nullptr) {
+    (void)_connection->outbox().post({makeSignal(reply), 256, 0, nullptr, 0});
+    return;
+  }
+  const char* text = nullptr;
+  if (natsMsgHeader_Get(message, "Nats-Consumer-Stalled", &text) == NATS_OK) {
+    (void)_connection->outbox().post({makeSignal(text), 256, 0, nullptr, 0});
+  }
+  if (natsMsgHeader_Get(message, "Nats-Last-Consumer", &text) == NATS_OK && std::to_string(_count) != text) {
+    _attached = false;
+  }
+}
+
+void DurableReceiver::settled(std::uint64_t number) {
+  acknowledge(_position.settle(number));
+}
+
+/// The server works acknowledgements off in their order and behind other requests. Whatever they are for
+/// would come again if the reader was restarted or given to another one before.
+void DurableReceiver::confirmAcknowledgements() {
+  const std::string last = std::exchange(_lastAcknowledged, {});
+  if (last.empty() || !_connection->connected()) return;
+  _connection->drain(confirmTime);
+  natsMsg* raw = nullptr;
+  (void)natsConnection_Request(&raw, _connection->handle(), last.c_str(), acknowledgement.data(),
+                               static_cast<int>(acknowledgement.size()), confirmTime.count());
+  const NatsMessage confirmed(raw);
+}
+
+void DurableReceiver::acknowledge(const std::string& subject) {
+  if (subject.empty()) return;
+  (void)_connection->outbox().post({makeSignal(subject, acknowledgement), 256, 0, nullptr, 0});
+  _lastAcknowledged = subject;
+}
+
+}  // namespace kestrel::streams

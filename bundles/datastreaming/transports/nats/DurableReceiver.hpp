@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "transports/nats/DurablePosition.hpp"
+#include "transports/nats/DurableStore.hpp"
+#include "transports/nats/NatsReceiver.hpp"
+
+namespace kestrel::streams {
+
+/// Receives what is stored, beginning with what was not acknowledged yet; acknowledges a payload when the
+/// data callback has returned for all of it.
+class DurableReceiver final : public NatsReceiver, public std::enable_shared_from_this<DurableReceiver> {
+ public:
+  DurableReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
+                  SubjectNames names);
+
+  void open() override;
+  void run() override;
+
+ private:
+  class Settlement;
+
+  void attach(bool first);
+  void reportExpired(const DurableStore::Claim& claim);
+  bool keepAttached();
+  void receive();
+  void take(std::shared_ptr<natsMsg> message, TimePoint now);
+  void takeSignal(natsMsg* message, const char* status);
+  void acknowledge(const std::string& subject);
+  void confirmAcknowledgements();
+  void settled(std::uint64_t number);
+
+  const DurableStore _store;
+  // Set by open(), then the delivery thread's own.
+  std::shared_ptr<natsSubscription> _subscription;
+  std::uint64_t _epoch = 0;  // of the connection over which it was attached
+  DurablePosition _position;
+  std::string _lastAcknowledged;  // where the newest acknowledgement went
+  std::uint64_t _count = 0;       // of what this reader was sent
+  bool _attached = false;
+  bool _complained = false;  // about not being able to attach
+  TimePoint _heard{};        // when anything came last
+  TimePoint _seen{};         // when the loop came by last
+  TimePoint _nextAttempt{};
+};
+
+}  // namespace kestrel::streams

@@ -1,0 +1,145 @@
+#include "transports/nats/DurableStore.hpp"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <stdexcept>
+#include <utility>
+
+namespace kestrel::streams {
+
+namespace {
+
+constexpr std::int64_t waitMs = 3000;
+constexpr std::chrono::seconds heartbeat{1};
+constexpr std::chrono::hours repeat{1};           // lost messages are noticed in other ways, long before
+constexpr std::int64_t unacknowledged = 1 << 24;  // a payload is acknowledged as a whole, however many pieces
+constexpr std::chrono::seconds duplicates{120};
+
+const std::string beginning = "begins after ";
+
+std::uint64_t readBeginning(const char* description) {
+  const std::string text = description == nullptr ? "" : description;
+  std::uint64_t number = 0;
+  if (text.starts_with(beginning)) {
+    std::from_chars(text.data() + beginning.size(), text.data() + text.size(), number);
+  }
+  return number;
+}
+
+std::int64_t nanoseconds(std::chrono::nanoseconds time) {
+  return time.count();
+}
+
+jsOptions makeOptions() {
+  jsOptions options;
+  jsOptions_Init(&options);
+  options.Wait = waitMs;
+  return options;
+}
+
+using StreamInfo = std::unique_ptr<jsStreamInfo, NatsDeleter<jsStreamInfo, jsStreamInfo_Destroy>>;
+using ConsumerInfo = std::unique_ptr<jsConsumerInfo, NatsDeleter<jsConsumerInfo, jsConsumerInfo_Destroy>>;
+
+[[noreturn]] void fail(const NatsConnection& connection, const std::string& what, natsStatus status) {
+  std::string cause = describe(status);
+  if (status == NATS_NO_RESPONDERS) cause = "JetStream is not enabled there";
+  throw std::runtime_error("durable delivery at " + connection.endpoint().shown + ": " + what + ": " + cause);
+}
+
+}  // namespace
+
+DurableStore::DurableStore(std::shared_ptr<NatsConnection> connection, SubjectNames names)
+    : _connection(std::move(connection)), _names(std::move(names)) {}
+
+JetStreamContext DurableStore::context() const {
+  jsCtx* context = nullptr;
+  jsOptions options = makeOptions();
+  require(natsConnection_JetStream(&context, _connection->handle(), &options), "preparing JetStream");
+  return JetStreamContext(context);
+}
+
+void DurableStore::prepare() const {
+  const NatsEndpoint& endpoint = _connection->endpoint();
+  const auto js = context();
+  std::array<const char*, 1> subjects{_names.durable.c_str()};
+  jsStreamConfig config;
+  require(jsStreamConfig_Init(&config), "preparing a store");
+  config.Name = _names.store.c_str();
+  config.Subjects = subjects.data();
+  config.SubjectsLen = 1;
+  config.Retention = js_WorkQueuePolicy;  // what is acknowledged goes, and the server allows one reader only
+  config.Discard = js_DiscardOld;
+  config.Storage = js_FileStorage;
+  config.MaxAge = nanoseconds(endpoint.maxAge);
+  config.MaxBytes = endpoint.maxBytes;
+  config.Replicas = endpoint.replicas;
+  config.Duplicates = nanoseconds(std::min({endpoint.maxAge, std::max(duplicates, endpoint.retry)}));
+  jsErrCode error{};
+  natsStatus status = js_AddStream(nullptr, js.get(), &config, nullptr, &error);
+  if (error == JSStreamNameExistErr) status = js_UpdateStream(nullptr, js.get(), &config, nullptr, &error);
+  if (error == JSNotEnabledErr || error == JSNotEnabledForAccountErr) status = NATS_NO_RESPONDERS;
+  if (status != NATS_OK) fail(*_connection, "making the store " + _names.store, status);
+}
+
+std::uint64_t DurableStore::firstStored() const {
+  jsStreamInfo* raw = nullptr;
+  const natsStatus status = js_GetStreamInfo(&raw, context().get(), _names.store.c_str(), nullptr, nullptr);
+  const StreamInfo info(raw);
+  if (status != NATS_OK) fail(*_connection, "asking about the store " + _names.store, status);
+  return info->State.FirstSeq;
+}
+
+void DurableStore::addReader(const std::string& deliverTo, std::uint64_t startsAfter) const {
+  // The server does not tell later where a reader began, so its description does.
+  const std::string description = beginning + std::to_string(startsAfter);
+  jsConsumerConfig config;
+  require(jsConsumerConfig_Init(&config), "preparing a reader");
+  config.Durable = SubjectNames::reader.c_str();
+  config.Description = description.c_str();
+  config.DeliverSubject = deliverTo.c_str();
+  config.AckPolicy = js_AckExplicit;
+  config.AckWait = nanoseconds(repeat);
+  config.MaxAckPending = unacknowledged;
+  config.FlowControl = true;
+  config.Heartbeat = nanoseconds(heartbeat);
+  jsErrCode error{};
+  const natsStatus status =
+      js_AddConsumer(nullptr, context().get(), _names.store.c_str(), &config, nullptr, &error);
+  if (error == JSConsumerNameExistErr || error == JSConsumerExistingActiveErr) throw ReaderExists();
+  if (status != NATS_OK) fail(*_connection, "becoming the reader of " + _names.store, status);
+}
+
+DurableStore::Claim DurableStore::claim(const std::string& deliverTo) const {
+  jsErrCode error{};
+  jsConsumerInfo* raw = nullptr;
+  const natsStatus status = js_GetConsumerInfo(&raw, context().get(), _names.store.c_str(),
+                                               SubjectNames::reader.c_str(), nullptr, &error);
+  const ConsumerInfo info(raw);
+  if (status != NATS_OK && error != JSConsumerNotFoundErr) {
+    fail(*_connection, "asking about the reader of " + _names.store, status);
+  }
+  Claim claim;
+  std::uint64_t startsAfter = 0;
+  if (info) {
+    startsAfter = readBeginning(info->Config->Description);
+    claim.sent = info->Delivered.Stream;
+    claim.finished = std::max(info->AckFloor.Stream, startsAfter);
+  }
+  addReader(deliverTo, startsAfter);
+  claim.first = firstStored();
+  return claim;
+}
+
+void DurableStore::restart(const std::string& deliverTo) const {
+  jsErrCode error{};
+  const natsStatus status =
+      js_DeleteConsumer(context().get(), _names.store.c_str(), SubjectNames::reader.c_str(), nullptr, &error);
+  if (status != NATS_OK && error != JSConsumerNotFoundErr) {
+    fail(*_connection, "restarting the reader of " + _names.store, status);
+  }
+  const std::uint64_t first = firstStored();
+  addReader(deliverTo, first == 0 ? 0 : first - 1);
+}
+
+}  // namespace kestrel::streams

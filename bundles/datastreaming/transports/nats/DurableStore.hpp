@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "transports/nats/NatsConnection.hpp"
+#include "transports/nats/SubjectNames.hpp"
+
+namespace kestrel::streams {
+
+/// Another consumer is active on a durable stream.
+class ReaderExists : public std::runtime_error {
+ public:
+  ReaderExists()
+      : std::runtime_error("the durable stream already has a consumer, and only one may receive from it") {}
+};
+
+/// The place where the server keeps one durable stream, and its one reader. Its calls wait for the server, at
+/// most some seconds, and throw std::runtime_error.
+class DurableStore {
+ public:
+  DurableStore(std::shared_ptr<NatsConnection> connection, SubjectNames names);
+
+  [[nodiscard]] const SubjectNames& names() const { return _names; }
+
+  /// Makes it, or gives it the limits of the endpoint.
+  void prepare() const;
+
+  /// What an earlier reader has left behind.
+  struct Claim {
+    std::uint64_t sent = 0;      ///< the highest number that it was sent
+    std::uint64_t finished = 0;  ///< up to this number nothing was to be read any more
+    std::uint64_t first = 0;     ///< the lowest number that is still stored
+  };
+
+  /// Becomes the reader, to whom the server sends on that subject, which must have been subscribed to. Throws
+  /// ReaderExists if another one is active.
+  [[nodiscard]] Claim claim(const std::string& deliverTo) const;
+  /// Begins again, on that subject, with everything unacknowledged. Only after claim().
+  void restart(const std::string& deliverTo) const;
+
+ private:
+  [[nodiscard]] JetStreamContext context() const;
+  [[nodiscard]] std::uint64_t firstStored() const;
+  void addReader(const std::string& deliverTo, std::uint64_t startsAfter) const;
+
+  const std::shared_ptr<NatsConnection> _connection;
+  const SubjectNames _names;
+};
+
+}  // namespace kestrel::streams

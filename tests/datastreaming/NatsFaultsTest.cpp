@@ -1,0 +1,243 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <kestrel/datastreaming/Keys.hpp>
+
+#include "NatsCases.hpp"
+
+namespace kestrel::streams {
+namespace {
+
+using datastreaming::AttributeMap;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+/// A server of its own for each test.
+class NatsFaultsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (const auto why = NatsServer::unavailable(); !why.empty()) GTEST_SKIP() << why;
+    _server = std::make_unique<NatsServer>();
+  }
+
+  auto factory(const std::string& delivery, const std::string& more = {}) {
+    return natsFactory(_server->url("wsFirstReconnBackoffMs=20&delivery=" + delivery + more));
+  }
+
+  std::unique_ptr<NatsServer> _server;
+};
+
+struct Ends {
+  std::shared_ptr<datastreaming::StreamsFactory> factory;
+  std::shared_ptr<datastreaming::Stream> stream = factory->getStream("faults", {});
+  std::shared_ptr<datastreaming::Producer> producer{};
+  std::shared_ptr<datastreaming::Consumer> consumer{};
+
+  void startProducer(const std::string& acknowledge = "NO") {
+    producer = factory->createProducer(stream, {{"producerACK", acknowledge}});
+    producer->start().get();
+  }
+  void startConsumer(datastreaming::DataCallback callback, datastreaming::ErrorCallback onError = {}) {
+    consumer = factory->createConsumer(stream);
+    consumer->setErrorCallback(std::move(onError));
+    consumer->setDataCallback(std::move(callback));
+    consumer->start().get();
+  }
+  [[nodiscard]] datastreaming::StreamStatistics statistics() const { return factory->statistics().at(0); }
+};
+
+template <class Condition>
+[[nodiscard]] bool becomesTrue(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+std::string numbered(std::size_t number, std::size_t size) {
+  std::string text = std::to_string(number) + ":";
+  text.resize(size, static_cast<char>('a' + number % 26));
+  return text;
+}
+
+constexpr std::size_t payloadSize = 300'000;
+constexpr std::size_t pieceSize = 100'000;
+
+TEST_F(NatsFaultsTest, DurablePayloadsArriveOnceAndInOrderThoughTheServerIsKilledTwice) {
+  constexpr std::size_t payloads = 60;
+  Inbox inbox;
+  Joiner joiner(inbox);
+  Ends ends{factory("durable")};
+  ends.startConsumer(joiner.callback());
+  ends.startProducer("YES");
+  std::vector<std::shared_future<std::string>> stored;
+  for (std::size_t i = 0; i < payloads; ++i) {
+    if (i == 20 || i == 40) {
+      inbox.wait(i / 4);
+      _server->kill();
+    }
+    for (auto& future : sendPieces(*ends.producer, numbered(i, payloadSize), pieceSize))
+      stored.push_back(future);
+    if (i == 25 || i == 45) _server->start();
+  }
+  const auto texts = inbox.waitTexts(payloads);
+  ASSERT_EQ(texts.size(), payloads);
+  for (std::size_t i = 0; i < payloads; ++i) ASSERT_EQ(texts[i], numbered(i, payloadSize)) << i;
+  for (const auto& future : stored) ASSERT_EQ(outcomeOf(future), "accepted");
+  EXPECT_EQ(ends.statistics().lost, 0U);
+  EXPECT_GE(ends.statistics().reconnects, 2U);
+}
+
+TEST_F(NatsFaultsTest, LiveLossIsCountedAndReportedAndTrafficResumes) {
+  Inbox inbox, errors;
+  Joiner joiner(inbox);
+  Ends ends{factory("live")};
+  ends.startConsumer(joiner.callback(), [&](const std::exception& error) {
+    errors.add({error.what(), "", {}});
+  });
+  ends.startProducer();
+  std::size_t sent = 0;
+  const auto send = [&] { sendPieces(*ends.producer, numbered(sent++, payloadSize), pieceSize); };
+  while (sent < 10) send();
+  inbox.wait(10);
+  _server->freeze();  // what is sent now lies in its socket and dies with it
+  while (sent < 13) send();
+  _server->kill();
+  _server->start();
+  const auto reconnected = [&] { return ends.statistics().reconnects == 1; };
+  ASSERT_TRUE(becomesTrue(reconnected)) << "waited for the connection to come back";
+  const std::string last = numbered(1000, payloadSize);
+  const auto lastArrived = [&] {
+    sendPieces(*ends.producer, last, pieceSize);
+    const auto received = inbox.wait(1);
+    return received.back().text == last;
+  };
+  ASSERT_TRUE(becomesTrue(lastArrived)) << "waited for traffic to resume";
+  std::size_t previous = 0;
+  for (const auto& text : inbox.waitTexts(1)) {
+    if (text == last || text.size() < payloadSize) continue;  // a torn payload is no whole one
+    const std::size_t number = std::stoul(text);
+    ASSERT_EQ(text, numbered(number, payloadSize));
+    ASSERT_GE(number, previous);
+    previous = number;
+  }
+  EXPECT_GT(ends.statistics().lost, 0U);
+  EXPECT_THAT(errors.wait(1)[0].text, AllOf(HasSubstr("faults"), HasSubstr("missing"), HasSubstr("lost")));
+}
+
+TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessorDidNotFinish) {
+  Inbox first, second;
+  Joiner joiner(second);
+  Ends ends{factory("durable")};
+  ends.startProducer("YES");
+  (void)sendText(*ends.producer, "done");
+  const auto pieces = sendPieces(*ends.producer, "abcdef", 1);
+  ASSERT_TRUE(ready(pieces.back(), "the last piece to be stored"));
+  Door third;
+  std::atomic<int> calls = 0;
+  ends.startConsumer(
+      [&](const std::uint8_t* data, std::uint64_t size, const std::string& id, AttributeMap& a) {
+        if (++calls <= 4) first.callback()(data, size, id, a);
+        if (calls == 4) third.open();
+        if (calls >= 4) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      });
+  third.pass("the third piece");
+  ends.consumer.reset();
+  Ends again{factory("durable")};
+  again.startConsumer(joiner.callback());
+  EXPECT_EQ(second.waitTexts(1)[0], calls < 7 ? "abcdef" : "");
+  EXPECT_EQ(first.waitTexts(4)[0], "done");
+  EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
+}
+
+TEST_F(NatsFaultsTest, SecondConsumerOfADurableStreamIsRefused) {
+  Inbox inbox;
+  Ends first{factory("durable")}, second{factory("durable")};
+  first.startConsumer(inbox.callback());
+  try {
+    second.startConsumer(inbox.callback());
+    FAIL() << "it was let in";
+  } catch (const std::runtime_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("already has a consumer"));
+  }
+  first.startProducer();
+  (void)sendText(*first.producer, "x");
+  EXPECT_EQ(inbox.waitTexts(1)[0], "x");
+  first.consumer.reset();
+  second.startConsumer(inbox.callback());
+}
+
+TEST_F(NatsFaultsTest, StoredMessagesThatExpireUnreadAreReported) {
+  Ends ends{factory("durable", "&max_bytes=20000")};
+  ends.startProducer("YES");
+  std::vector<std::shared_future<std::string>> stored;
+  for (std::size_t i = 0; i < 20; ++i) stored.push_back(sendText(*ends.producer, numbered(i, 5000)));
+  EXPECT_EQ(stored.back().get(), "20") << "the number in the store";
+  Inbox inbox, errors;
+  ends.startConsumer(inbox.callback(), [&](const std::exception& error) {
+    errors.add({error.what(), "", {}});
+  });
+  EXPECT_THAT(errors.waitTexts(1)[0], HasSubstr("removed unread"));
+  const std::size_t lost = ends.statistics().lost;
+  EXPECT_GT(lost, 15U);
+  EXPECT_EQ(inbox.waitTexts(20 - lost)[0], numbered(lost, 5000));
+}
+
+TEST_F(NatsFaultsTest, MessageBeyondTheServersLimitIsRefusedWithBothNumbersAlsoAfterTheLimitChanged) {
+  Ends ends{factory("live")};
+  ends.startProducer();
+  EXPECT_EQ(outcomeOf(sendText(*ends.producer, std::string(1'000'000, 'x'))), "accepted");
+  EXPECT_THAT(outcomeOf(sendText(*ends.producer, std::string(1'048'570, 'x'))),
+              AllOf(HasSubstr("1048576"), HasSubstr("of them headers")));
+  _server->kill();
+  _server->options.maxPayload = 5000;
+  _server->start();
+  const auto reconnected = [&] { return ends.statistics().reconnects == 1; };
+  ASSERT_TRUE(becomesTrue(reconnected)) << "waited for the connection to come back";
+  EXPECT_THAT(outcomeOf(sendText(*ends.producer, std::string(6000, 'x'))),
+              AllOf(HasSubstr("6000"), HasSubstr("max_payload of 5000")));
+  EXPECT_EQ(outcomeOf(sendText(*ends.producer, std::string(1000, 'x'))), "accepted");
+  EXPECT_EQ(ends.statistics().refused, 2U);
+}
+
+TEST_F(NatsFaultsTest, SendDoesNotWaitForAServerThatStandsStill) {
+  Ends ends{factory("live")};
+  ends.startProducer();
+  _server->freeze();
+  const auto begun = std::chrono::steady_clock::now();
+  std::size_t accepted = 0;
+  const std::string megabyte(1'000'000, 'x');
+  while (accepted < 400 && outcomeOf(sendText(*ends.producer, megabyte)) == "accepted") ++accepted;
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
+  EXPECT_GT(accepted, 250U);
+  EXPECT_LT(accepted, 300U) << "what waits must be bounded";
+  EXPECT_THAT(ends.statistics().lastError, HasSubstr("bytes that may wait"));
+  _server->thaw();
+}
+
+TEST_F(NatsFaultsTest, LiveAcknowledgementFailsWhenTheConnectionIsLostBeforeIt) {
+  Ends ends{factory("live")};
+  ends.startProducer("YES");
+  EXPECT_EQ(outcomeOf(sendText(*ends.producer, "a")), "accepted");
+  _server->freeze();
+  const auto lost = sendText(*ends.producer, "b");
+  _server->kill();
+  EXPECT_THAT(outcomeOf(lost), HasSubstr("connection was lost"));
+  const auto waits = sendText(*ends.producer, "c");
+  _server->start();
+  EXPECT_EQ(outcomeOf(waits), "accepted");
+}
+
+TEST_F(NatsFaultsTest, DurableMessageIsGivenUpAfterItsTimeWithAReport) {
+  Ends ends{factory("durable", "&retry_s=1")};
+  ends.startProducer("YES");
+  _server->kill();
+  EXPECT_THAT(outcomeOf(sendText(*ends.producer, "x")), AllOf(HasSubstr("given up"), HasSubstr("1 s")));
+  EXPECT_EQ(ends.statistics().lost, 1U);
+}
+
+}  // namespace
+}  // namespace kestrel::streams

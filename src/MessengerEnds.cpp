@@ -63,12 +63,11 @@ void SendReceiveDataStream::createProducerBuffer(SendPath& path) {
     // Nothing may escape: the buffer's periodic work ends for good with the first exception.
     try {
       return helper->send(data, std::move(attributes), options.messageSizeLimit, options.messageRate);
-    } catch (const std::exception& error) {
-      messengerLog().log(Severity::error, "A buffered message was not sent: ", error.what());
     } catch (...) {
-      messengerLog().log(Severity::error, "A buffered message was not sent.");
+      messengerLog().log(Severity::error,
+                         "A buffered message was not sent: ", textOf(std::current_exception()));
+      return failedSend(std::current_exception());
     }
-    return failedSend(std::current_exception());
   };
   path.buffer = std::make_unique<ProducerBuffer>(std::move(handler), path.options.messageSizeLimit,
                                                  path.options.bufferPeriod());
@@ -99,10 +98,8 @@ ErrorCallback SendReceiveDataStream::errorCallback(const char* end, ErrorHandler
     if (!handler) return;
     try {
       handler(error);
-    } catch (const std::exception& failure) {
-      messengerLog().log(Severity::error, "The error handler failed: ", failure.what());
     } catch (...) {
-      messengerLog().log(Severity::error, "The error handler failed with an exception of an unknown type.");
+      messengerLog().log(Severity::error, "The error handler failed: ", textOf(std::current_exception()));
     }
   };
 }
@@ -110,10 +107,7 @@ ErrorCallback SendReceiveDataStream::errorCallback(const char* end, ErrorHandler
 void SendReceiveDataStream::createConsumer(const std::string& streamId) {
   _receiveStream = _factory->getStream(streamId, {});
   _consumer = _factory->createConsumer(_receiveStream);
-  _receiveHelper = std::make_unique<ReceiveDataHelper>(
-      [this](const std::uint8_t* data, std::uint64_t size, const std::string&, AttributeMap attributes) {
-        process(data, size, std::move(attributes));
-      });
+  _receiveHelper = makeReceiveHelper();
   _consumer->setDataCallback([this, gate = _gate](const std::uint8_t* data, std::uint64_t size,
                                                   const std::string& messageId, AttributeMap& attributes) {
     const auto pass = gate->enter();
@@ -122,6 +116,13 @@ void SendReceiveDataStream::createConsumer(const std::string& streamId) {
   _consumer->setErrorCallback(errorCallback("Consumer", *_consumerErrorHandler.get()));
   _handlerDeadline = std::chrono::steady_clock::now() + _timing.handlerGrace;
   _consumer->start().get();
+}
+
+std::unique_ptr<ReceiveDataHelper> SendReceiveDataStream::makeReceiveHelper() {
+  return std::make_unique<ReceiveDataHelper>(
+      [this](const std::uint8_t* data, std::uint64_t size, const std::string&, AttributeMap attributes) {
+        process(data, size, std::move(attributes));
+      });
 }
 
 }  // namespace remote_connectivity::asyncio::util

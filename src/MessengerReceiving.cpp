@@ -7,26 +7,26 @@
 
 namespace remote_connectivity::asyncio::util {
 
-/// Runs one step of receiving. A failure loses the message that it belongs to and nothing else.
+/// Runs one step of receiving and returns whether it succeeded. A failure loses the message that it belongs
+/// to and nothing else.
 template <class Step>
-void SendReceiveDataStream::guarded(Step&& step) const noexcept {
-  const auto report = [this](const char* cause) {
-    messengerLog().log(Severity::error, "A message from stream ", _receiveStreamId,
-                       " was not processed: ", cause);
-  };
+bool SendReceiveDataStream::guarded(Step&& step) const noexcept {
   try {
     step();
-  } catch (const std::exception& error) {
-    report(error.what());
+    return true;
   } catch (...) {
-    report("an exception of an unknown type");
+    messengerLog().log(Severity::error, "A message from stream ", _receiveStreamId,
+                       " was not processed: ", textOf(std::current_exception()));
+    return false;
   }
 }
 
 void SendReceiveDataStream::receive(const std::uint8_t* data, std::uint64_t size,
                                     const std::string& messageId, AttributeMap& attributes) noexcept {
   _deliveryThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
-  guarded([&] { _receiveHelper->assembleAndProcess(data, size, messageId, attributes); });
+  const bool taken = guarded([&] { _receiveHelper->assembleAndProcess(data, size, messageId, attributes); });
+  // A chunk that it chokes on may have left bytes behind, which would spoil the next payload.
+  if (!taken) guarded([&] { _receiveHelper = makeReceiveHelper(); });
   _deliveryThread.store({}, std::memory_order_relaxed);
 }
 

@@ -33,7 +33,8 @@ SendReceiveDataStream::SendReceiveDataStream(const std::string& sendStreamId,
       _requests(&newRequestId),
       _envelopes(_kdaHelper.getFactory()),
       _options(options) {
-  static_cast<void>(_kdaHelper.getSerializationContext());  // made now, because first use is not safe for two threads
+  static_cast<void>(
+      _kdaHelper.getSerializationContext());  // made now, because first use is not safe for two threads
   try {
     if (!_factory) {
       throw std::runtime_error(

@@ -69,6 +69,7 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   std::shared_ptr<SendPath> createProducer(const std::string& streamId);
   void createProducerBuffer(SendPath& path);
   void createConsumer(const std::string& streamId);
+  std::unique_ptr<ReceiveDataHelper> makeReceiveHelper();
   kestrel::datastreaming::ErrorCallback errorCallback(const char* end, ErrorHandler handler);
   SendFunction sendFunction(std::shared_ptr<kestrel::datastreaming::Producer> producer,
                             kestrel::datastreaming::ErrorCallback report);
@@ -83,7 +84,7 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
                AttributeMap& attributes) noexcept;
   void process(const std::uint8_t* data, std::uint64_t size, AttributeMap&& attributes) noexcept;
   template <class Step>
-  void guarded(Step&& step) const noexcept;
+  bool guarded(Step&& step) const noexcept;
   void processIncomingMessage(const std::uint8_t* data, std::size_t size, AttributeMap&& attributes);
   void serveRequest(const kestreldata::Array& uuid, const DataStruct& request);
   bool waitForResult(const std::shared_future<DataStruct>& future) const;

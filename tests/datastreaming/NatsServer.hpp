@@ -14,9 +14,9 @@ class NatsServer {
  public:
   /// What a server needs beyond the defaults.
   struct Options {
-    std::string token;
-    std::string certificate;  ///< file; with it the server wants TLS
-    std::string key;
+    std::string token{};
+    std::string certificate{};  ///< file; with it the server wants TLS
+    std::string key{};
     long maxPayload = 0;  ///< 0: the server's default
     bool store = true;    ///< JetStream
   };

@@ -42,6 +42,10 @@ bool EchoBook::idle() {
   return _expected.empty();
 }
 
+void EchoBook::postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) {
+  for (const auto tag : tags) fail(tag, tag, why);
+}
+
 /// What still waits to be posted may yet be confirmed.
 void EchoBook::disconnected() {
   fail(0, _lastPosted, "the connection was lost before the server confirmed the message");

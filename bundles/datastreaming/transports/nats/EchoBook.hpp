@@ -29,7 +29,7 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
   [[nodiscard]] bool idle() override;
   void abandon(const std::string& why) override { fail(0, UINT64_MAX, why); }
   void posted(std::uint64_t tag) noexcept override { _lastPosted = tag; }
-  void postFailed(std::uint64_t tag, const std::string& why) override { fail(tag, tag, why); }
+  void postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) override;
   void disconnected() override;
   void closed(const std::string& why) override { abandon(why); }
 

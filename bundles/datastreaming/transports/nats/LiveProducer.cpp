@@ -28,9 +28,9 @@ class LiveProducer::Failures final : public Poster {
   Failures(std::shared_ptr<StreamContext> context, std::shared_ptr<ErrorOutlet> errors)
       : _context(std::move(context)), _errors(std::move(errors)) {}
 
-  void postFailed(std::uint64_t, const std::string& why) override {
-    StreamCounters::add(_context->counters.lost);
-    _errors->report("a message that waited to be sent is lost: " + why);
+  void postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) override {
+    StreamCounters::add(_context->counters.lost, tags.size());
+    _errors->report("messages lost that waited to be sent: " + std::to_string(tags.size()) + "; " + why);
   }
 
  private:

@@ -1,5 +1,6 @@
 #include "transports/nats/Outbox.hpp"
 
+#include <map>
 #include <utility>
 
 namespace kestrel::streams {
@@ -26,7 +27,8 @@ std::optional<std::string> Outbox::post(Post post) {
 }
 
 void Outbox::pump() {
-  std::vector<std::pair<Post, std::string>> failed;
+  std::deque<Post> failed;
+  std::string why;
   {
     const std::lock_guard lock(_mutex);
     if (_connection == nullptr) return;
@@ -37,13 +39,14 @@ void Outbox::pump() {
       _waitingBytes -= post.cost;
       if (obsolete(post)) continue;
       const natsStatus status = publish(post);
-      if (status != NATS_OK) failed.emplace_back(std::move(post), describe(status));
+      if (status != NATS_OK) {
+        why = "the NATS client refused it: " + describe(status);
+        failed.push_back(std::move(post));
+      }
       flush();
     }
   }
-  for (const auto& [post, why] : failed) {
-    if (post.poster) post.poster->postFailed(post.tag, "the NATS client refused it: " + why);
-  }
+  reportFailed(failed, why);
 }
 
 void Outbox::open(natsConnection* connection) {
@@ -61,9 +64,15 @@ void Outbox::close(const std::string& why) {
     dropped.swap(_waiting);
     _waitingBytes = 0;
   }
-  for (const Post& post : dropped) {
-    if (post.poster) post.poster->postFailed(post.tag, why);
+  reportFailed(dropped, why);
+}
+
+void Outbox::reportFailed(const std::deque<Post>& failed, const std::string& why) {
+  std::map<Poster*, std::vector<std::uint64_t>> tags;
+  for (const Post& post : failed) {
+    if (post.poster) tags[post.poster.get()].push_back(post.tag);
   }
+  for (const auto& [poster, theirs] : tags) poster->postsFailed(theirs, why);
 }
 
 bool Outbox::empty() {

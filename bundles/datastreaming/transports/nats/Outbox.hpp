@@ -20,9 +20,9 @@ class Poster {
 
   /// The message has gone to the connection. Called under the outbox's lock: it must not post.
   virtual void posted(std::uint64_t tag) noexcept { (void)tag; }
-  /// A message that waited could not be sent. Called with no lock held.
-  virtual void postFailed(std::uint64_t tag, const std::string& why) {
-    (void)tag;
+  /// Messages that waited could not be sent. Called with no lock held.
+  virtual void postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) {
+    (void)tags;
     (void)why;
   }
 };
@@ -57,6 +57,7 @@ class Outbox {
   [[nodiscard]] bool empty();
 
  private:
+  static void reportFailed(const std::deque<Post>& failed, const std::string& why);
   [[nodiscard]] bool takesMore() const;
   [[nodiscard]] natsStatus publish(const Post& post);
   [[nodiscard]] bool obsolete(const Post& post) const {

@@ -1,0 +1,249 @@
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "NatsCases.hpp"
+
+namespace kestrel::streams {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string secret = "s3cr3t-of-the-test";
+
+class NatsConnectTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (const auto why = NatsServer::unavailable(); !why.empty()) GTEST_SKIP() << why;
+  }
+};
+
+/// The text of the failure to open a stream over that endpoint, which must come within seconds.
+std::string failureOf(const std::string& url, const std::string& token = {}) {
+  const auto begun = std::chrono::steady_clock::now();
+  std::string text = "opened";
+  try {
+    (void)natsFactory(url, token)->getStream("s", {});
+  } catch (const std::exception& error) {
+    text = error.what();
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(8)) << url;
+  return text;
+}
+
+/// Listens, and treats whoever connects in a way no server does.
+class StrangeServer {
+ public:
+  explicit StrangeServer(bool closes) : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(_socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::listen(_socket, 8);
+    if (closes) _thread = std::thread([this] { closeEach(); });
+  }
+  ~StrangeServer() {
+    ::shutdown(_socket, SHUT_RDWR);
+    if (_thread.joinable()) _thread.join();
+    ::close(_socket);
+  }
+  [[nodiscard]] std::string address() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    ::getsockname(_socket, reinterpret_cast<sockaddr*>(&address), &size);
+    return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+  }
+
+ private:
+  void closeEach() {
+    for (int client = 0; (client = ::accept(_socket, nullptr, nullptr)) >= 0;) ::close(client);
+  }
+
+  const int _socket;
+  std::thread _thread;
+};
+
+TEST_F(NatsConnectTest, WrongOrMissingTokenIsToldWithoutShowingIt) {
+  const NatsServer server({.token = secret});
+  EXPECT_EQ(failureOf(server.url(), secret), "opened");
+  EXPECT_THAT(failureOf(server.url(), "wrong-" + secret),
+              AllOf(HasSubstr("ConnectionError"), HasSubstr(server.address()), HasSubstr("token"),
+                    Not(HasSubstr(secret))));
+  EXPECT_THAT(failureOf(server.url()), AllOf(HasSubstr("TokenNotFound"), HasSubstr(server.address())));
+  const std::string inUrl = "nats://user:" + secret + "-not@" + server.address();
+  EXPECT_THAT(failureOf(inUrl), AllOf(HasSubstr(server.address()), Not(HasSubstr(secret))));
+}
+
+TEST_F(NatsConnectTest, ServerThatIsNotThereOrStrangeIsToldWithinSeconds) {
+  std::string nobody;
+  {
+    const StrangeServer gone(false);
+    nobody = gone.address();
+  }
+  EXPECT_THAT(failureOf("nats://" + nobody, secret),
+              AllOf(HasSubstr("ConnectionError"), HasSubstr(nobody), Not(HasSubstr(secret))));
+  const StrangeServer mute(false), closing(true);
+  EXPECT_THAT(failureOf("nats://" + mute.address()), AllOf(HasSubstr(mute.address()), HasSubstr("imeout")));
+  EXPECT_THAT(failureOf("nats://" + closing.address()), HasSubstr(closing.address()));
+}
+
+TEST_F(NatsConnectTest, AnyServerOfTheListWillDo) {
+  const NatsServer server;
+  const StrangeServer closing(true);
+  EXPECT_EQ(failureOf("nats://" + closing.address() + "," + server.address()), "opened");
+}
+
+TEST_F(NatsConnectTest, DurableStreamNeedsJetStream) {
+  const NatsServer server({.store = false});
+  EXPECT_EQ(failureOf(server.url()), "opened");
+  EXPECT_THAT(failureOf(server.url("delivery=durable")),
+              AllOf(HasSubstr("JetStream"), HasSubstr(server.address())));
+}
+
+class NatsTlsTest : public NatsConnectTest {
+ protected:
+  /// A server whose certificate carries that name, which is trusted with "tls_ca".
+  void start(const std::string& name) {
+    _folder = std::make_unique<NatsServer>();  // its directory holds the certificate
+    _certificate = std::make_unique<Certificate>(_folder->directory(), name);
+    _server = std::make_unique<NatsServer>(
+        NatsServer::Options{.certificate = _certificate->file, .key = _certificate->key});
+  }
+  [[nodiscard]] std::string trusting(const std::string& more = {}) const {
+    return _server->url("tls_ca=" + _certificate->file + more);
+  }
+
+  std::unique_ptr<NatsServer> _folder;
+  std::unique_ptr<Certificate> _certificate;
+  std::unique_ptr<NatsServer> _server;
+};
+
+TEST_F(NatsTlsTest, TrustedCertificateForTheAddressIsAccepted) {
+  start("IP:127.0.0.1");
+  EXPECT_EQ(failureOf(trusting()), "opened");
+  EXPECT_THAT(failureOf(_server->url()),
+              AllOf(HasSubstr("ConnectionError"), HasSubstr(_server->address()), HasSubstr("SSL")))
+      << "the system does not trust it";
+  EXPECT_THAT(failureOf("nats://" + _server->address()), HasSubstr(_server->address()));
+}
+
+TEST_F(NatsTlsTest, CertificateMustCarryTheExpectedName) {
+  start("DNS:engine.example");
+  EXPECT_EQ(failureOf(trusting("&tls_host=engine.example")), "opened");
+  EXPECT_THAT(failureOf(trusting("&tls_host=other.example")),
+              AllOf(HasSubstr(_server->address()), HasSubstr("SSL")));
+  EXPECT_THAT(failureOf(trusting()), AllOf(HasSubstr(_server->address()), HasSubstr("SSL")));
+}
+
+TEST_F(NatsTlsTest, LargeMessagesCrossTls) {
+  start("IP:127.0.0.1");
+  Inbox inbox;
+  const auto factory = natsFactory(trusting());
+  const auto stream = factory->getStream("s", {});
+  const auto consumer = factory->createConsumer(stream);
+  consumer->setDataCallback(inbox.callback());
+  consumer->start().get();
+  const auto producer = factory->createProducer(stream, {});
+  producer->start().get();
+  for (char c = 'a'; c < 'k'; ++c) (void)sendText(*producer, std::string(1'000'000, c));
+  const auto texts = inbox.waitTexts(10);
+  for (std::size_t i = 0; i < 10; ++i)
+    ASSERT_EQ(texts[i], std::string(1'000'000, static_cast<char>('a' + i)));
+}
+
+std::size_t entriesOf(const char* folder) {
+  DIR* const directory = ::opendir(folder);
+  std::size_t count = 0;
+  while (::readdir(directory) != nullptr) ++count;
+  ::closedir(directory);
+  return count;
+}
+
+/// A factory with both ends of a stream that talks to itself.
+struct Traffic {
+  explicit Traffic(const std::string& url) : factory(natsFactory(url)) {
+    stream = factory->getStream("s", {});
+    consumer = factory->createConsumer(stream);
+    consumer->setDataCallback([this](const auto*, auto, const auto&, auto&) { ++received; });
+    consumer->start().get();
+    producer = factory->createProducer(stream, {});
+    producer->start().get();
+  }
+  void send(std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) sendPieces(*producer, std::string(30'000, 'x'), 10'000);
+  }
+  void destroy(std::size_t order) {
+    const std::array<std::function<void()>, 4> steps{[this] { factory.reset(); }, [this] { stream.reset(); },
+                                                     [this] { consumer.reset(); },
+                                                     [this] { producer.reset(); }};
+    for (std::size_t i = 0; i < steps.size(); ++i) steps[(i + order) % steps.size()]();
+  }
+
+  std::atomic<int> received = 0;
+  std::shared_ptr<datastreaming::StreamsFactory> factory;
+  std::shared_ptr<datastreaming::Stream> stream;
+  std::shared_ptr<datastreaming::Consumer> consumer;
+  std::shared_ptr<datastreaming::Producer> producer;
+};
+
+struct Leaving {
+  const char* name;
+  const char* query;
+  bool serverDown;
+};
+void PrintTo(const Leaving& leaving, std::ostream* out) {
+  *out << leaving.name;
+}
+
+class NatsLeavingTest : public testing::TestWithParam<Leaving> {};
+
+TEST_P(NatsLeavingTest, DestructionInAnyOrderLeavesNoThreadAndNoDescriptorBehind) {
+  if (const auto why = NatsServer::unavailable(); !why.empty()) GTEST_SKIP() << why;
+  NatsServer server;
+  const std::string url = server.url(GetParam().query);
+  Traffic{url}.send(1);  // the client's own threads start once and stay
+  std::size_t threads = 0, descriptors = 0;
+  const auto count = [&] {
+    threads = entriesOf("/proc/self/task");
+    descriptors = entriesOf("/proc/self/fd");
+  };
+  count();
+  const std::size_t threadsBefore = threads, descriptorsBefore = descriptors;
+  for (std::size_t order = 0; order < 4; ++order) {
+    auto traffic = std::make_unique<Traffic>(url);
+    traffic->send(20);
+    if (GetParam().serverDown) server.kill();
+    traffic->send(20);
+    const auto begun = std::chrono::steady_clock::now();
+    traffic->destroy(order);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
+    traffic.reset();
+    if (GetParam().serverDown) server.start();
+  }
+  // A thread that has been joined may still be listed for a moment.
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  do {
+    count();
+  } while ((threads != threadsBefore || descriptors != descriptorsBefore) &&
+           std::chrono::steady_clock::now() < deadline);
+  EXPECT_EQ(threads, threadsBefore);
+  EXPECT_EQ(descriptors, descriptorsBefore);
+}
+
+INSTANTIATE_TEST_SUITE_P(Nats, NatsLeavingTest,
+                         testing::Values(Leaving{"LiveServerUp", "delivery=live", false},
+                                         Leaving{"LiveServerDown", "delivery=live", true},
+                                         Leaving{"DurableServerUp", "delivery=durable", false},
+                                         Leaving{"DurableServerDown", "delivery=durable", true}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace kestrel::streams

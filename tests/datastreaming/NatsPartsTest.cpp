@@ -1,0 +1,252 @@
+#include <gtest/gtest.h>
+
+#include <kestrel/datastreaming/Keys.hpp>
+#include <set>
+
+#include "TransportSuite.hpp"
+#include "transports/nats/ArrivalClock.hpp"
+#include "transports/nats/Backoff.hpp"
+#include "transports/nats/DurablePosition.hpp"
+#include "transports/nats/MessageHeaders.hpp"
+#include "transports/nats/NatsEndpoint.hpp"
+#include "transports/nats/PublishLedger.hpp"
+#include "transports/nats/StoreReply.hpp"
+#include "transports/nats/SubjectNames.hpp"
+
+namespace kestrel::streams {
+namespace {
+
+using datastreaming::AttributeValue;
+using datastreaming::ConfigurationMap;
+using datastreaming::DataSteamingConfig;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+NatsEndpoint endpointOf(const std::string& url, const ConfigurationMap& more = {}) {
+  ServiceSettings settings;
+  settings.update({{DataSteamingConfig::DATASTREAMING_SERIVCE_URL, url}});
+  settings.update(more);
+  return readNatsEndpoint(settings);
+}
+
+TEST(NatsEndpointTest, QueryIsReadAndSettingsGoBeforeIt) {
+  const auto endpoint = endpointOf(
+      "tls://u:p@a:1,tls://b:2?delivery=durable&max_age_s=60&max_bytes=1000&tls_ca=%2Ftmp%2Fca&"
+      "wsPingIntervalS=7&wsMaxReconnAttempts=3",
+      {{DataSteamingConfig::WS_PING_INTERVAL_S, std::string("9")},
+       {DataSteamingConfig::WS_FIRST_RECONN_BACKOFF_MS, std::string("40")}});
+  EXPECT_EQ(endpoint.servers, (std::vector<std::string>{"tls://u:p@a:1", "tls://b:2"}));
+  EXPECT_EQ(endpoint.shown, "tls://a:1,tls://b:2");
+  EXPECT_TRUE(endpoint.secure);
+  EXPECT_EQ(endpoint.delivery, NatsEndpoint::Delivery::durable);
+  EXPECT_EQ(endpoint.maxAge, seconds(60));
+  EXPECT_EQ(endpoint.maxBytes, 1000);
+  EXPECT_EQ(endpoint.certificateAuthority, "/tmp/ca");
+  EXPECT_EQ(endpoint.pingInterval, seconds(9));
+  EXPECT_EQ(endpoint.firstBackoff, milliseconds(40));
+  EXPECT_EQ(endpoint.maxReconnects, 3);
+}
+
+struct BadEndpoint {
+  const char* url;
+  const char* told;
+};
+
+TEST(NatsEndpointTest, WhatMakesNoSenseIsToldByKeyAndValueAndNeverWithAPassword) {
+  for (const auto& [url, told] : {BadEndpoint{"nats://u:pw@a:1?delivry=live", "unknown key 'delivry'"},
+                                  {"nats://u:pw@a:1?delivery=fast", "\"fast\" came"},
+                                  {"nats://u:pw@a:1?max_age_s=1h", "'max_age_s' must be a whole number"},
+                                  {"nats://u:pw@a:1?max_bytes=0", "\"0\" came"},
+                                  {"nats://u:pw@a:1?max_bytes", "no value"},
+                                  {"nats://u:pw@a:1?tls_ca=%2", "two hexadecimal digits"},
+                                  {"nats://u:pw@a:1?tls_cert=x", "given together"},
+                                  {"nats://u:pw@a:1,tls://b:2", "cannot be mixed"},
+                                  {"nats://u:pw@a:1,http://b:2", "nats://host:port"},
+                                  {"nats://u:pw@:1", "no host"},
+                                  {"nats://u:pw@a:1?", "unknown key ''"}}) {
+    try {
+      (void)endpointOf(url);
+      ADD_FAILURE() << url << " was taken";
+    } catch (const std::runtime_error& error) {
+      EXPECT_THAT(error.what(), AllOf(HasSubstr(told), Not(HasSubstr("pw")))) << url;
+    }
+  }
+}
+
+TEST(SubjectNamesTest, DifferentIdentifiersHaveDifferentTokensOfSafeCharacters) {
+  const std::string longOne(500, 'x');
+  const std::vector<std::string> identifiers{
+      "a",    "A", "a.b",  "a_2Eb",    "a b",   "a*",          ">",   std::string(1, '\0'),
+      "\r\n", "_", "_hab", "\xc3\xa4", longOne, longOne + "y", "a-b", "a_b"};
+  std::set<std::string> tokens;
+  for (const auto& identifier : identifiers) {
+    const std::string token = makeToken(identifier);
+    EXPECT_EQ(token, makeToken(identifier));
+    EXPECT_EQ(token.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_"),
+              std::string::npos);
+    EXPECT_LT(token.size(), 140U);
+    tokens.insert(token);
+  }
+  EXPECT_EQ(tokens.size(), identifiers.size());
+  EXPECT_NE(makeToken(""), makeToken(""));
+  EXPECT_EQ(makeToken("Plain-Name9"), "Plain-Name9");
+}
+
+TEST(MessageHeadersTest, StampsSurviveTheirText) {
+  Stamp stamp;
+  stamp.producer = 0xfedcba9876543210;
+  stamp.sequence = 18446744073709551615U;
+  stamp.payload = 5;
+  stamp.chunkIndex = 4294967295U;
+  stamp.refusedBefore = 3;
+  stamp.chunked = stamp.abandons = true;
+  stamp.last = false;
+  const auto read = readStamp(writeStamp(stamp).c_str());
+  ASSERT_TRUE(read);
+  EXPECT_EQ(writeStamp(*read), "1.fedcba9876543210.18446744073709551615.5.4294967295.3.cma");
+  EXPECT_TRUE(read->chunked && !read->last && read->abandons);
+  for (const char* damaged : {"", "1", "2.1.1.1.0.0.", "1.0.1.1.0.0.", "1.1.0.1.0.0.", "1.1.1.1.0.0",
+                              "1.1.1.1.0.0.x", "1.1.1.1.99999999999.0.", "1.-1.1.1.0.0."}) {
+    EXPECT_FALSE(readStamp(damaged)) << damaged;
+  }
+}
+
+TEST(MessageHeadersTest, AttributesKeepTheirTypeAndEveryByte) {
+  std::string all;
+  for (int c = 0; c < 256; ++c) all += static_cast<char>(c);
+  for (const AttributeValue& value :
+       {AttributeValue(0L), AttributeValue(-9223372036854775807L - 1), AttributeValue(std::string()),
+        AttributeValue(std::string("7")), AttributeValue(all)}) {
+    const std::string text = writeAttribute(value);
+    EXPECT_EQ(text.find_first_of(" \r\n\t"), std::string::npos);
+    EXPECT_EQ(readAttribute(text), value);
+  }
+  for (const char* damaged : {"", "x1", "i", "i1x", "s%", "s%1", "s%zz"})
+    EXPECT_FALSE(readAttribute(damaged)) << damaged;
+}
+
+TEST(StoreReplyTest, NumberOrReasonIsRead) {
+  EXPECT_EQ(readStoreReply(R"({"stream":"KESTREL_a", "seq":17,"duplicate": true})").sequence, 17U);
+  EXPECT_EQ(readStoreReply(R"({"error":{"code":503,"description":"no room"},"stream":"s","seq":0})").error,
+            "no room");
+  EXPECT_THAT(readStoreReply("hello").error, HasSubstr("hello"));
+}
+
+TEST(DurablePositionTest, WhatComesAgainIsDeliveredOnceAndAcknowledgedWhereItWasSentLast) {
+  DurablePosition position;
+  position.startAfter(4);
+  EXPECT_EQ(position.arrived(2, "a2").expired, 0U) << "holes among what was sent before mean nothing";
+  EXPECT_TRUE(position.arrived(4, "a4").fresh);
+  EXPECT_EQ(position.settle(2), "a2");
+  const auto settled = position.arrived(2, "b2");
+  EXPECT_TRUE(settled.settled && !settled.fresh);
+  const auto open = position.arrived(4, "b4");
+  EXPECT_TRUE(!open.settled && !open.fresh);
+  EXPECT_EQ(position.settle(4), "b4");
+  EXPECT_EQ(position.arrived(8, "b8").expired, 3U);
+}
+
+TEST(DurablePositionTest, DeliveryNumbersAreReadFromBothFormsOfTheReplySubject) {
+  for (const char* reply : {"$JS.ACK.KESTREL_a.kestrel.1.70.9.1795387144016166356.2",
+                            "$JS.ACK.hub.acc.KESTREL_a.kestrel.1.70.9.1795387144016166356.2.x"}) {
+    const auto numbers = readDeliveryNumbers(reply);
+    ASSERT_TRUE(numbers) << reply;
+    EXPECT_EQ(numbers->stored, 70U);
+    EXPECT_EQ(numbers->count, 9U);
+  }
+  EXPECT_FALSE(readDeliveryNumbers("_INBOX.x"));
+}
+
+class PublishLedgerTest : public testing::Test {
+ protected:
+  void add(std::uint64_t sequence, std::uint64_t bytes = 10) {
+    natsMsg* message = nullptr;
+    ASSERT_EQ(natsMsg_Create(&message, std::to_string(sequence).c_str(), nullptr, nullptr, 0), NATS_OK);
+    _ledger.add({sequence, {message, natsMsg_Destroy}, bytes, _now, {}});
+  }
+  /// The numbers of what is to be published now.
+  std::string publish() {
+    std::string numbers;
+    while (const auto message = _ledger.next(_now))
+      numbers += natsMsg_GetSubject(message.get()) + std::string(" ");
+    return numbers;
+  }
+
+  PublishLedger _ledger{{.bytes = 1000, .inFlightBytes = 30, .inFlight = 5}};
+  TimePoint _now{seconds(1000)};
+};
+
+TEST_F(PublishLedgerTest, PublishesInOrderWithinItsWindow) {
+  for (std::uint64_t i = 1; i <= 5; ++i) add(i);
+  EXPECT_EQ(publish(), "1 2 3 ");
+  EXPECT_TRUE(_ledger.stored(2));
+  EXPECT_EQ(publish(), "4 ");
+  EXPECT_FALSE(_ledger.stored(2)) << "a second answer";
+  add(6, 500);
+  EXPECT_TRUE(_ledger.stored(1) && _ledger.stored(3) && _ledger.stored(4));
+  EXPECT_EQ(publish(), "5 ");
+  EXPECT_TRUE(_ledger.stored(5));
+  EXPECT_EQ(publish(), "6 ") << "one message always fits";
+  EXPECT_FALSE(_ledger.hasRoom(501));
+}
+
+TEST_F(PublishLedgerTest, BeginsAgainWithTheOldestAfterEveryFault) {
+  for (std::uint64_t i = 1; i <= 3; ++i) add(i);
+  publish();
+  EXPECT_TRUE(_ledger.stored(1));
+  _ledger.restart();
+  EXPECT_EQ(publish(), "2 3 ");
+  _ledger.failed(3, "no room", _now);
+  EXPECT_EQ(publish(), "") << "not at once";
+  _now += milliseconds(250);
+  EXPECT_EQ(publish(), "2 3 ");
+  (void)_ledger.tick(_now);
+  _now += milliseconds(4900);
+  (void)_ledger.tick(_now);
+  EXPECT_EQ(publish(), "") << "the answer may still come";
+  _now += milliseconds(100);
+  (void)_ledger.tick(_now);
+  EXPECT_EQ(publish(), "2 3 ");
+}
+
+TEST_F(PublishLedgerTest, GivesUpWhatWasTriedLongEnoughAndNothingElse) {
+  add(1);
+  _now += seconds(1);
+  add(2);
+  _now += seconds(118);
+  EXPECT_TRUE(_ledger.tick(_now).empty());
+  _now += seconds(1);
+  const auto given = _ledger.tick(_now);
+  ASSERT_EQ(given.size(), 1U);
+  EXPECT_EQ(given[0].sequence, 1U);
+  EXPECT_EQ(publish(), "2 ");
+  EXPECT_EQ(_ledger.bytes(), 10U);
+}
+
+TEST(ArrivalClockTest, StandsStillForWhatWaitsAndMovesOnceThatIsDone) {
+  const TimePoint start{seconds(100)};
+  ArrivalClock clock(start);
+  EXPECT_EQ(clock.advance(start + seconds(20), 2), start) << "two came while nobody looked";
+  EXPECT_EQ(clock.advance(start + seconds(40), 5), start);
+  EXPECT_EQ(clock.advance(start + seconds(60), 4), start + seconds(20)) << "those two are done";
+  EXPECT_EQ(clock.advance(start + seconds(61), 0), start + seconds(61));
+  clock.exclude(seconds(30));
+  EXPECT_EQ(clock.advance(start + seconds(100), 0), start + seconds(70));
+  EXPECT_EQ(clock.real(start + seconds(70)), start + seconds(100));
+}
+
+TEST(BackoffTest, DoublesUpToItsCapLessAtMostAHalf) {
+  for (int attempt = 1; attempt < 40; ++attempt) {
+    const auto most = std::min<milliseconds::rep>(2000, 100LL << std::min(attempt - 1, 10));
+    const auto wait = backoff(milliseconds(100), attempt).count();
+    EXPECT_GE(wait, most / 2);
+    EXPECT_LE(wait, most);
+  }
+  EXPECT_GE(backoff(milliseconds(5000), 3).count(), 2500);
+}
+
+}  // namespace
+}  // namespace kestrel::streams

@@ -2,11 +2,9 @@
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 
-#include <atomic>
 #include <deque>
-#include <future>
 
-#include "Pair.hpp"
+#include "Load.hpp"
 #include "Yardsticks.hpp"
 
 namespace {
@@ -15,10 +13,6 @@ using namespace bench;
 
 constexpr std::size_t smallSize = 100;
 constexpr std::size_t largeSize = 100'000'000;
-
-void echoRequests(ISendReceiveMessenger& messenger) {
-  messenger.setRequestHandler([](const DataStruct& message) { return message; });
-}
 
 /// To reach: at most 8 hand-offs; three are needed.
 void requestAndResponse(benchmark::State& state) {
@@ -40,60 +34,23 @@ void requestAndResponse(benchmark::State& state) {
 }
 BENCHMARK(requestAndResponse)->MinTime(2)->UseRealTime();
 
-void keepOutstanding(ISendReceiveMessenger& messenger, const DataStruct& message, int outstanding,
-                     int requests) {
-  std::deque<std::pair<std::shared_future<DataStruct>, std::string>> pending;
-  for (int i = 0; i < requests; ++i) {
-    pending.push_back(messenger.asyncRequest(message));
-    if (static_cast<int>(pending.size()) < outstanding) continue;
-    benchmark::DoNotOptimize(messenger.getAsyncRequestResult(pending.front().first, pending.front().second));
-    pending.pop_front();
-  }
-  for (const auto& [future, id] : pending)
-    benchmark::DoNotOptimize(messenger.getAsyncRequestResult(future, id));
-}
-
 /// To reach: 100,000 a second on two cores.
 void requestsFromEightThreads(benchmark::State& state) {
-  constexpr int threads = 8;
-  constexpr int outstandingEach = 8;
   constexpr int requestsEach = 5'000;
   Pair pair;
   echoRequests(*pair.far);
   const DataStruct message(bytesArray(smallSize));
-  for (auto _ : state) {
-    std::vector<std::thread> callers;
-    for (int i = 0; i < threads; ++i) {
-      callers.emplace_back([&] { keepOutstanding(*pair.near, message, outstandingEach, requestsEach); });
-    }
-    for (auto& caller : callers) caller.join();
-  }
-  state.SetItemsProcessed(state.iterations() * threads * requestsEach);
+  for (auto _ : state) ManyRequests::run(*pair.near, message, requestsEach);
+  state.SetItemsProcessed(state.iterations() * ManyRequests::threads * requestsEach);
 }
 BENCHMARK(requestsFromEightThreads)->MinTime(2)->UseRealTime();
-
-/// Counts what arrives, and lets a sender wait for it.
-class Receipts {
- public:
-  explicit Receipts(ISendReceiveMessenger& messenger) {
-    messenger.setReceiveHandler([this](const DataStruct&) {
-      ++_count;
-      _count.notify_one();
-    });
-  }
-  void waitFor(std::uint64_t count) const {
-    for (auto seen = _count.load(); seen < count; seen = _count.load()) _count.wait(seen);
-  }
-
- private:
-  std::atomic<std::uint64_t> _count = 0;
-};
 
 /// To reach: 300,000 a second; what counts is what arrived.
 void oneWay(benchmark::State& state) {
   constexpr std::uint64_t window = 4096;
+  Receipts receipts;
   Pair pair;
-  const Receipts receipts(*pair.far);
+  countReceipts(*pair.far, receipts);
   const DataStruct message(bytesArray(smallSize));
   std::uint64_t sent = 0;
   for (auto _ : state) {
@@ -107,8 +64,9 @@ BENCHMARK(oneWay)->MinTime(2)->UseRealTime();
 
 /// To reach: 0.3 of the rate of a copy into new pages.
 void largeArrayInChunks(benchmark::State& state) {
+  Receipts receipts;
   Pair pair;
-  const Receipts receipts(*pair.far);
+  countReceipts(*pair.far, receipts);
   const DataStruct message(bytesArray(largeSize));
   const std::vector<std::uint8_t> source(largeSize, 1);
   std::vector<double> copies;
@@ -148,13 +106,13 @@ void memoryOfIdleMessenger(benchmark::State& state) {
   for (auto _ : state) {
     const Pair first(options);  // what is made once for all
     const std::size_t before = heapInUse();
+    Receipts receipts;
     std::deque<Pair> made;
     for (std::size_t i = 0; i < pairs; ++i) {
       const Pair& pair = made.emplace_back(options);
-      const Receipts receipts(*pair.far);
+      countReceipts(*pair.far, receipts);
       pair.near->send(message);
-      receipts.waitFor(1);
-      pair.far->setReceiveHandler([](const DataStruct&) {});
+      receipts.waitFor(i + 1);
     }
     state.counters["KiB"] = static_cast<double>(heapInUse() - before) / (2.0 * pairs) / 1024;
   }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <nats.h>
+#include <nats/nats.h>
 
 #include <cstdint>
 #include <functional>

@@ -63,7 +63,7 @@ SendReceiveDataStream::~SendReceiveDataStream() {
 /// Ends every use of this object by other threads. A handler in flight may be waiting for a handler, a
 /// response or a send, so all three end before it is waited for.
 void SendReceiveDataStream::shutDown() noexcept {
-  _gate->close();
+  _gate->refuse();
   _receiveHandler.release();
   _requestHandler.release();
   if (const auto path = sendPath()) {
@@ -74,7 +74,7 @@ void SendReceiveDataStream::shutDown() noexcept {
     }
   }
   _requests.breakAll();
-  _gate->waitUntilEmpty();
+  _gate->close();
   _receiveHelper.reset();
   _sendPath.reset();
   _consumer.reset();

@@ -9,11 +9,11 @@
 #include <thread>
 #include <unordered_map>
 
-#include "CallbackGate.hpp"
 #include "Envelope.hpp"
 #include "HandlerSlot.hpp"
 #include "RequestTable.hpp"
 #include "SendPath.hpp"
+#include "kestrel/callbacks/CallbackGate.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
 #include "remote_connectivity/asyncio/util/ISendReceiveMessenger.hpp"
 #include "remote_connectivity/asyncio/util/KDAHelper.hpp"
@@ -110,7 +110,8 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   std::mutex _createProducerMutex;  // held while a producer is made; comes before _sendPathMutex
   std::chrono::steady_clock::time_point _handlerDeadline;  // set before the consumer starts
   std::atomic<std::thread::id> _deliveryThread{};          // the thread inside a handler, if any
-  std::shared_ptr<CallbackGate> _gate = std::make_shared<CallbackGate>();
+  std::shared_ptr<kestrel::callbacks::CallbackGate> _gate =
+      std::make_shared<kestrel::callbacks::CallbackGate>();
 };
 
 }  // namespace remote_connectivity::asyncio::util

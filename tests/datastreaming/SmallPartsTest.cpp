@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <kestrel/callbacks/CallbackGate.hpp>
+
 #include <atomic>
 
 #include "Waiting.hpp"
 #include "transports/memory/BufferPool.hpp"
 #include "transports/memory/MemoryQueue.hpp"
 #include "transports/shared/ByteBudget.hpp"
-#include "transports/shared/CallbackGate.hpp"
 #include "transports/shared/ErrorOutlet.hpp"
 
 namespace kestrel::streams {
@@ -35,7 +36,7 @@ TEST(ByteBudget, GivesAChargeBackOnceHoweverOftenItWasMoved) {
 }
 
 TEST(CallbackGate, ClosingWaitsForTheCallbackInFlight) {
-  CallbackGate gate;
+  callbacks::CallbackGate gate;
   Door inside, leave;
   std::atomic<bool> left = false;
   std::thread runner([&] {

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <kestrel/callbacks/CallbackGate.hpp>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "transports/shared/CallbackGate.hpp"
 #include "transports/shared/ErrorOutlet.hpp"
 #include "transports/shared/PayloadSequencer.hpp"
 
@@ -59,7 +59,7 @@ class DeliveryPipeline {
   const std::shared_ptr<StreamContext> _context;
   const std::shared_ptr<ErrorOutlet> _errors;
   datastreaming::DataCallback _callback;
-  CallbackGate _gate;
+  callbacks::CallbackGate _gate;
   std::shared_ptr<ByteBudget> _budget;  // outlives the charges of the frames in _sequencer
   // The driving thread's own.
   std::uint64_t _favoured = 0;

@@ -1,12 +1,12 @@
 #pragma once
 
+#include <kestrel/callbacks/CallbackGate.hpp>
 #include <kestrel/datastreaming/Types.hpp>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
 
-#include "transports/shared/CallbackGate.hpp"
 #include "transports/shared/StreamContext.hpp"
 
 namespace kestrel::streams {
@@ -36,7 +36,7 @@ class ErrorOutlet {
     void close();
 
    private:
-    CallbackGate _gate;
+    callbacks::CallbackGate _gate;
     std::mutex _mutex;
     std::shared_ptr<const datastreaming::ErrorCallback> _callback;  // guarded by _mutex
   };

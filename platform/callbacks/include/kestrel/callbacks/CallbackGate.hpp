@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
-namespace remote_connectivity::asyncio::util {
+namespace kestrel::callbacks {
 
-/// Counts the callbacks that run inside an object, so that its destructor can refuse new ones and wait for
-/// those. Shared by the object and its callbacks, which may come after it is gone.
+/// Lets the callbacks of an owner run until the owner goes. Safe from any thread; shared by the owner and its
+/// callbacks where these may come after it is gone. Callbacks run with no lock of the gate held.
 class CallbackGate {
  public:
   /// The right to be inside, held for the length of a callback; empty if the gate was closed.
@@ -35,28 +35,50 @@ class CallbackGate {
     return Pass(this);
   }
 
-  /// Refuses every later enter().
-  void close() {
+  /// Runs the function unless the gate is closed, and returns whether it ran.
+  template <class Function>
+  bool run(Function&& function) {
+    const Pass pass = enter();
+    if (pass) std::forward<Function>(function)();
+    return static_cast<bool>(pass);
+  }
+
+  /// Refuses every later callback; does not wait.
+  void refuse() {
     const std::lock_guard lock(_mutex);
     _closed = true;
   }
 
-  /// Waits until nobody is inside; close() comes first, and the caller must not be inside.
-  void waitUntilEmpty() {
+  /// After it has returned nothing runs and nothing will, except when it is called from inside a callback:
+  /// then it waits for nobody, and that run is the last.
+  void close() {
     std::unique_lock lock(_mutex);
+    _closed = true;
+    if (holds(std::this_thread::get_id())) return;
     _left.wait(lock, [this] { return _inside.empty(); });
   }
 
+  [[nodiscard]] bool closed() const {
+    const std::lock_guard lock(_mutex);
+    return _closed;
+  }
+
+  /// Whether the calling thread is inside a callback.
   [[nodiscard]] bool holdsThisThread() const {
     const std::lock_guard lock(_mutex);
-    return std::find(_inside.begin(), _inside.end(), std::this_thread::get_id()) != _inside.end();
+    return holds(std::this_thread::get_id());
   }
 
  private:
-  void leave() {
+  void leave() noexcept {
+    // Notified under the lock: who waits may destroy the gate as soon as it has the lock.
     const std::lock_guard lock(_mutex);
     _inside.erase(std::find(_inside.begin(), _inside.end(), std::this_thread::get_id()));
     if (_inside.empty()) _left.notify_all();
+  }
+
+  [[nodiscard]] bool holds(std::thread::id thread) const {
+    return std::find(_inside.begin(), _inside.end(), thread) != _inside.end();
   }
 
   mutable std::mutex _mutex;  // guards the members below
@@ -65,4 +87,4 @@ class CallbackGate {
   bool _closed = false;
 };
 
-}  // namespace remote_connectivity::asyncio::util
+}  // namespace kestrel::callbacks

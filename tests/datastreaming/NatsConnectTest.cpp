@@ -232,10 +232,10 @@ TEST_P(NatsLeavingTest, DestructionInAnyOrderLeavesNoThreadAndNoDescriptorBehind
   const auto deadline = std::chrono::steady_clock::now() + patience;
   do {
     count();
-  } while ((threads != threadsBefore || descriptors != descriptorsBefore) &&
+  } while ((threads > threadsBefore || descriptors > descriptorsBefore) &&
            std::chrono::steady_clock::now() < deadline);
-  EXPECT_EQ(threads, threadsBefore);
-  EXPECT_EQ(descriptors, descriptorsBefore);
+  EXPECT_LE(threads, threadsBefore);
+  EXPECT_LE(descriptors, descriptorsBefore);
 }
 
 INSTANTIATE_TEST_SUITE_P(Nats, NatsLeavingTest,

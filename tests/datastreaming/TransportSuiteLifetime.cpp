@@ -43,15 +43,17 @@ TEST_P(TransportSuite, ConsumerMayBeDestroyedInItsOwnCallback) {
   const auto stream = open("s");
   const auto producer = startProducer(stream);
   for (int round = 0; round < 20; ++round) {
-    Door destroyed;
+    Door started, destroyed;
     std::atomic<int> calls = 0;
     auto consumer = _factory->createConsumer(stream);
     consumer->setDataCallback([&](const auto*, auto, const auto&, auto&) {
       ++calls;
+      started.pass("start() to return");
       consumer.reset();
       destroyed.open();
     });
     (void)consumer->start();  // its future may go with it
+    started.open();
     for (int i = 0; i < 5; ++i) (void)sendText(*producer, "x");
     destroyed.pass("the callback to destroy its consumer");
     EXPECT_EQ(calls, 1);

@@ -13,7 +13,7 @@ std::optional<std::string> Outbox::post(Post post) {
   if (_waiting.empty() && takesMore()) {
     const natsStatus status = publish(post);
     // What the socket did not take is for the loop, which may not know yet that it has to watch.
-    if (!flush()) _loop.wake();
+    if (!_loop.flush()) _loop.wake();
     if (status == NATS_OK) return std::nullopt;
     return "the NATS client refused it: " + describe(status);
   }
@@ -32,7 +32,7 @@ void Outbox::pump() {
   {
     const std::lock_guard lock(_mutex);
     if (_connection == nullptr) return;
-    flush();
+    _loop.flush();
     while (!_waiting.empty() && takesMore()) {
       Post post = std::move(_waiting.front());
       _waiting.pop_front();
@@ -43,7 +43,7 @@ void Outbox::pump() {
         why = "the NATS client refused it: " + describe(status);
         failed.push_back(std::move(post));
       }
-      flush();
+      _loop.flush();
     }
   }
   reportFailed(failed, why);
@@ -90,13 +90,6 @@ natsStatus Outbox::publish(const Post& post) {
   const natsStatus status = natsConnection_PublishMsg(_connection, post.message.get());
   if (status == NATS_OK && post.poster) post.poster->posted(post.tag);
   return status;
-}
-
-bool Outbox::flush() {
-  if (natsConnection_Buffered(_connection) <= 0) return true;
-  const SocketLoop::FlushesItself mark;
-  natsConnection_ProcessWriteEvent(_connection);
-  return natsConnection_Buffered(_connection) <= 0;
 }
 
 }  // namespace kestrel::streams

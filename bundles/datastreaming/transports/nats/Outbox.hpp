@@ -63,8 +63,6 @@ class Outbox {
   [[nodiscard]] bool obsolete(const Post& post) const {
     return post.epoch != 0 && post.epoch != _loop.epoch();
   }
-  /// Returns whether the socket took everything.
-  bool flush();
 
   // Large messages go one by one: what the socket did not take is moved in memory for each that follows.
   static constexpr int window = 64 << 10;

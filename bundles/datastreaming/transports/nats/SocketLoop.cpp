@@ -58,6 +58,7 @@ natsStatus SocketLoop::attach(void** userData, void* loop, natsConnection* conne
   ++self->_attachments;
   self->_socket = socket;
   self->_wantsRead = true;
+  self->_fresh = true;
   self->wake();
   return NATS_OK;
 }
@@ -84,6 +85,17 @@ natsStatus SocketLoop::detach(void* userData) {
   return NATS_OK;
 }
 
+bool SocketLoop::flush() {
+  natsConnection* const connection = _connection;
+  if (natsConnection_Buffered(connection) <= 0) return true;
+  const std::unique_lock lock(_using, std::try_to_lock);
+  if (!lock || _socket < 0) return false;
+  const FlushesItself mark;
+  natsConnection_ProcessWriteEvent(connection);
+  _fresh = false;
+  return natsConnection_Buffered(connection) <= 0;
+}
+
 void SocketLoop::run() {
   nameThisThread("kestrel-nats");
   while (!_stopped) turn();
@@ -95,7 +107,10 @@ void SocketLoop::turn() {
   const int socket = read || write ? _socket.load() : -1;
   const auto events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
   std::array<pollfd, 2> polled{pollfd{_event, POLLIN, 0}, pollfd{socket, events, 0}};
-  if (::poll(polled.data(), polled.size(), -1) < 0 || _stopped) return;
+  // A thread that published while the connection was lost may have made the client forget to ask for writing,
+  // and it does not ask again before something has been written.
+  const int timeout = _fresh ? 10 : -1;
+  if (::poll(polled.data(), polled.size(), timeout) < 0 || _stopped) return;
   if (polled[0].revents != 0) {
     std::uint64_t count = 0;
     [[maybe_unused]] const auto taken = ::read(_event, &count, sizeof count);
@@ -106,10 +121,10 @@ void SocketLoop::turn() {
     return;
   }
   if ((polled[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
-    const std::lock_guard lock(_reading);
+    const std::lock_guard lock(_using);
     natsConnection_ProcessReadEvent(_connection);
   }
-  if (polled[0].revents != 0 || (polled[1].revents & POLLOUT) != 0) _writable();
+  if (_fresh || polled[0].revents != 0 || (polled[1].revents & POLLOUT) != 0) _writable();
 }
 
 }  // namespace kestrel::streams

@@ -29,10 +29,15 @@ class SocketLoop {
   /// Runs `writable` soon. Safe from any thread.
   void wake();
 
+  /// Writes what the client has buffered, as far as the socket takes it, unless the loop reads just now,
+  /// which then writes afterwards. Returns whether nothing is left. For one thread at a time, while there is
+  /// a connection.
+  bool flush();
+
   /// Waits until the client's code that reads now has returned. It looks a subscription up and then uses it
   /// without holding it, so one must not be freed before this was called after its end. Not on the loop's
   /// thread.
-  void settle() { const std::lock_guard lock(_reading); }
+  void settle() { const std::lock_guard lock(_using); }
 
   /// Ends the thread. Nothing is read or written afterwards.
   void stop();
@@ -41,7 +46,8 @@ class SocketLoop {
   /// before the client reports a connection as usable.
   [[nodiscard]] std::uint64_t epoch() const { return _socket >= 0 ? _attachments.load() : 0; }
 
-  /// While one exists, the calling thread flushes what it appends by itself.
+  /// While one exists, the calling thread flushes what it appends by itself, and the loop is not woken for
+  /// it.
   class FlushesItself {
    public:
     FlushesItself() { flushing = true; }
@@ -68,7 +74,9 @@ class SocketLoop {
   std::atomic<bool> _wantsRead{false};
   std::atomic<bool> _wantsWrite{false};
   std::atomic<bool> _stopped{false};
-  std::mutex _reading;  // held while the client reads
+  // Held while the client uses the socket: whichever thread finds it broken closes it.
+  std::mutex _using;
+  std::atomic<bool> _fresh{false};  // nothing was written since the connection came
   std::thread _thread;
 };
 

@@ -1,129 +1,147 @@
 #include "remote_connectivity/asyncio/util/Timer.hpp"
 
+#include <gtest/gtest.h>
+
 #include <atomic>
-#include <stdexcept>
-#include <string>
+#include <chrono>
+#include <future>
 #include <thread>
 
-#include "TimerTools.hpp"
+#include "ProducerBuffer.hpp"
+#include "kestrel/host/Host.hpp"
 
-namespace remote_connectivity::asyncio::util {
-namespace {
+using namespace remote_connectivity::asyncio::util;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
 
-TEST_F(TimerTest, CallsBackOnAnotherThreadNotBeforeItsTime) {
-  Expiries expiries(1);
-  Timer timer;
-  std::atomic<std::thread::id> thread;
-  timer.setCallback([&] {
-    thread = std::this_thread::get_id();
-    expiries();
-  });
-  const auto begin = Clock::now();
-  timer.start(1);
-  expiries.expectAll();
-  EXPECT_NE(thread.load(), std::this_thread::get_id());
-  EXPECT_GE(expiries.last() - begin, 999ms) << "wall clock and steady clock differ by less";
+void expectReady(const std::future<void>& future, const char* what) {
+  EXPECT_EQ(future.wait_for(20s), std::future_status::ready) << "waited for " << what;
 }
 
-TEST_F(TimerTest, ZeroSecondsIsNow) {
-  Expiries expiries(1);
-  Timer timer;
-  timer.setCallback([&] { expiries(); });
-  const auto begin = Clock::now();
-  timer.start(0);
-  expiries.expectAll();
-  EXPECT_LT(expiries.last() - begin, 500ms);
-}
+/// Lets a test wait for a callback to run so many times.
+struct Expiries {
+  explicit Expiries(int expected) : missing(expected) {}
+  void operator()() {
+    last = Clock::now();
+    if (--missing == 0) all.set_value();
+  }
+  void expectAll() { expectReady(all.get_future(), "expiries"); }
 
-TEST_F(TimerTest, StartedTwiceCallsBackTwice) {
-  Expiries expiries(2);
-  Timer timer;
-  timer.setCallback([&] { expiries(); });
-  timer.start(1);
-  timer.start(1);
-  expiries.expectAll();
-}
-
-TEST_F(TimerTest, RestartReplacesTheExpiryArmedLast) {
-  Expiries expiries(1);
-  Timer timer;
-  timer.setCallback([&] { expiries(); });
-  const auto begin = Clock::now();
-  timer.start(1);
-  timer.restart(2);
-  expiries.expectAll();
-  EXPECT_GE(expiries.last() - begin, 1999ms) << "the first expiry was not cancelled";
-}
-
-TEST_F(TimerTest, StoppedIsSilentAndCanBeStartedAgain) {
-  Expiries stopped(1);
-  Expiries later(1);
-  Timer timer;
-  timer.stop();  // nothing is armed
-  timer.setCallback([&] { stopped(); });
-  timer.start(0);
-  stopped.expectAll();
-  timer.start(1);
-  timer.stop();
-  timer.setCallback([&] { later(); });
-  timer.start(2);  // by then the stopped one would have called back
-  later.expectAll();
-  EXPECT_EQ(stopped.missing(), 0);
-  EXPECT_EQ(later.missing(), 0);
-}
-
-TEST_F(TimerTest, ExpiryWithoutCallbackOrAfterStopDoesNothing) {
-  int calls = 0;
-  Timer timer;
-  timer.onTimerExpired(false);
-  timer.setCallback([&] { ++calls; });
-  timer.onTimerExpired(true);
-  EXPECT_EQ(calls, 0);
-  timer.onTimerExpired(false);
-  EXPECT_EQ(calls, 1);
-  timer.setCallback(nullptr);
-  timer.onTimerExpired(false);
-  EXPECT_EQ(calls, 1);
-}
-
-TEST_F(TimerTest, CallbackKeepsItsStateFromOneExpiryToTheNext) {
-  int last = 0;
-  Timer timer;
-  timer.setCallback([&last, count = 0]() mutable { last = ++count; });
-  timer.onTimerExpired(false);
-  timer.onTimerExpired(false);
-  EXPECT_EQ(last, 2);
-}
-
-TEST_F(TimerTest, OutlivesACallbackThatThrows) {
-  Expiries expiries(2);
-  Timer timer;
-  timer.setCallback([&] {
-    expiries();
-    throw std::runtime_error("from a timer's callback");
-  });
-  timer.start(0);
-  timer.start(0);
-  expiries.expectAll();
-}
-
-class RecordingTimer : public Timer {
- public:
-  void start(unsigned int seconds) override { record += "start " + std::to_string(seconds); }
-  void stop() override { record += "stop, "; }
-  std::string record;
+  std::atomic<int> missing;
+  std::atomic<Clock::time_point> last{};
+  std::promise<void> all;
 };
 
-TEST_F(TimerTest, RestartStopsAndStartsAsDerivedClassesDo) {
-  RecordingTimer timer;
-  timer.restart(3);
-  EXPECT_EQ(timer.record, "stop, start 3");
+struct TimerTest : testing::Test {
+  kestrel::host::Host host;
+};
+
+TEST_F(TimerTest, CallsBackOncePerStartUnlessStoppedOrRestarted) {
+  const struct {
+    void (*arm)(Timer&);
+    int calls;
+    std::chrono::seconds notBefore;
+  } rows[] = {{[](Timer& timer) { timer.start(1), timer.start(1); }, 2, 1s},
+              {[](Timer& timer) { timer.start(1), timer.restart(2); }, 1, 2s},
+              {[](Timer& timer) { timer.stop(), timer.start(1), timer.stop(), timer.start(2); }, 1, 2s}};
+  for (const auto& [arm, calls, notBefore] : rows) {
+    Expiries expiries(calls);
+    Timer timer;
+    timer.setCallback([&] {
+      expiries();
+      throw std::runtime_error("from a timer's callback, which it outlives");
+    });
+    const auto begin = Clock::now();
+    arm(timer);
+    expiries.expectAll();
+    EXPECT_GE(expiries.last.load() - begin, notBefore - 1ms) << "the first expiry was not cancelled";
+  }
 }
 
-TEST(TimerWithoutPool, IsRefused) {
-  const kestrel::host::Host host({.installPath = {}, .registerThreadPool = false});
-  EXPECT_THROW(Timer(), std::invalid_argument);
+// Each idle buffer keeps a thread of the pool blocked.
+TEST_F(TimerTest, IsPunctualAmongHundredsOfTimersAndIdleBuffers) {
+  std::vector<std::unique_ptr<ProducerBuffer>> buffers(200);
+  for (auto& buffer : buffers) {
+    const auto send = [](auto, auto) { return std::shared_future<std::string>(); };
+    buffer = std::make_unique<ProducerBuffer>(send, 1000, 1ms);
+  }
+  std::vector<Timer> others(300);
+  for (auto& other : others) {
+    other.setCallback([] { ADD_FAILURE() << "an hour has not passed"; });
+    other.start(3600);
+  }
+  Expiries expiries(1);
+  Timer timer;
+  timer.setCallback([&, test = std::this_thread::get_id()] {
+    EXPECT_NE(std::this_thread::get_id(), test);
+    expiries();
+  });
+  const auto begin = Clock::now();
+  timer.start(1);
+  expiries.expectAll();
+  const auto late = expiries.last.load() - begin - 1s;
+  EXPECT_GE(late, -1ms) << "wall clock and steady clock differ by less";
+  EXPECT_LE(late, 250ms) << "the pool has no thread for the expiry";
 }
 
-}  // namespace
-}  // namespace remote_connectivity::asyncio::util
+TEST_F(TimerTest, DestroyedArmedLetsGoOfItsCallbackAtOnce) {
+  auto state = std::make_shared<int>(0);
+  const std::weak_ptr<int> kept = state;
+  {
+    Timer timer;
+    timer.setCallback([state = std::move(state)] { ++*state; });
+    timer.start(3600);
+    EXPECT_FALSE(kept.expired());
+  }
+  EXPECT_TRUE(kept.expired()) << "an armed expiry still holds the callback";
+}
+
+const std::string onTheHeap = "long enough to live on the heap, where a sanitizer sees it freed";
+
+TEST_F(TimerTest, CallbackMayReplaceItselfRestartItsTimerAndDestroyIt) {
+  Expiries expiries(1);
+  auto timer = std::make_unique<Timer>();
+  timer->setCallback([&, text = onTheHeap] {
+    timer->setCallback([&, text] {
+      timer.reset();
+      EXPECT_EQ(text, onTheHeap);
+      expiries();
+    });
+    EXPECT_EQ(text, onTheHeap);
+    timer->restart(0);
+  });
+  timer->start(3600);  // goes with the timer
+  timer->start(0);
+  expiries.expectAll();
+}
+
+TEST_F(TimerTest, DestroyedOnAnotherThreadWaitsForTheCallbackInFlight) {
+  std::promise<void> begun;
+  std::promise<void> released;
+  std::atomic<bool> ended = false;
+  auto timer = std::make_unique<Timer>();
+  timer->setCallback([&] {
+    begun.set_value();
+    expectReady(released.get_future(), "the test to go on");
+    ended = true;
+  });
+  timer->start(0);
+  expectReady(begun.get_future(), "the callback to begin");
+  const auto destroyed = std::async(std::launch::async, [&] {
+    timer.reset();
+    EXPECT_TRUE(ended);
+  });
+  EXPECT_EQ(destroyed.wait_for(50ms), std::future_status::timeout) << "did not wait for the callback";
+  released.set_value();
+}
+
+TEST_F(TimerTest, DestroyedAtTheMomentOfExpiryNeverCallsBackAfterwards) {
+  for (int round = 0; round < 500; ++round) {
+    const auto alive = std::make_shared<std::atomic<bool>>(true);
+    auto timer = std::make_unique<Timer>();
+    timer->setCallback([alive] { EXPECT_TRUE(*alive); });
+    timer->start(0);
+    std::thread([&] { timer.reset(); }).join();
+    *alive = false;
+  }
+}

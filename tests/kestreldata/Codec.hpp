@@ -1,13 +1,11 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <kestreldata/SerializationContext.hpp>
 #include <kestreldata/kestreldata.hpp>
 
 #include <cstdint>
-#include <memory>
-#include <ostream>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace kestreldata {
@@ -25,11 +23,13 @@ struct Codec {
   kestreldata::SerializationContext context{factory, false, nullptr, nullptr,
                                             kestreldata::OptimizedSparseFormat::coordinates};
 
-  [[nodiscard]] std::vector<std::uint8_t> encode(const kestreldata::Array& array) const {
-    const auto message = context.convertToProtobuf(array);
-    std::vector<std::uint8_t> bytes(message->ByteSizeLong());
-    if (!message->SerializeToArray(bytes.data(), static_cast<int>(bytes.size()))) bytes.clear();
+  [[nodiscard]] static std::vector<std::uint8_t> bytesOf(const auto& message) {
+    std::vector<std::uint8_t> bytes(message.ByteSizeLong());
+    EXPECT_TRUE(message.SerializeToArray(bytes.data(), static_cast<int>(bytes.size())));
     return bytes;
+  }
+  [[nodiscard]] std::vector<std::uint8_t> encode(const kestreldata::Array& array) const {
+    return bytesOf(*context.convertToProtobuf(array));
   }
 
   /// The result of parsing is ignored on purpose: torn bytes must be found out by the conversion.

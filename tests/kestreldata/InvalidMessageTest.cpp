@@ -1,13 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <functional>
 #include <limits>
-#include <memory>
 #include <random>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "Codec.hpp"
 
@@ -88,15 +82,14 @@ TEST_P(InvalidMessage, IsRefusedWhereItsSoundFormIsTaken) {
   EXPECT_EQ(codec.context.convertFromProtobuf(parsed(GetParam().array)), GetParam().array);
   auto message = parsed(GetParam().array);
   GetParam().corrupt(*message);
-  EXPECT_THROW(static_cast<void>(codec.context.convertFromProtobuf(std::move(message))),
-               SerializationException);
+  EXPECT_THROW((void)(codec.context.convertFromProtobuf(std::move(message))), SerializationException);
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, InvalidMessage, testing::ValuesIn(faults()),
                          [](const auto& info) { return info.param.name; });
 
 TEST(NoMessage, IsRefused) {
-  EXPECT_THROW(static_cast<void>(codec.context.convertFromProtobuf(nullptr)), SerializationException);
+  EXPECT_THROW((void)(codec.context.convertFromProtobuf(nullptr)), SerializationException);
 }
 
 TEST(RandomlyChangedBytes, YieldAnArrayOrASerializationException) {

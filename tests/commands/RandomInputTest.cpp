@@ -6,40 +6,31 @@
 using namespace remote_connectivity::asyncio::util;
 using namespace kestreldata;
 
-/// Arrays that are nearly commands and responses: sound ones with random faults, and some that are anything.
-struct RandomArrays {
-  Array next() {
-    const Array chosen = oneOf({anything(3), row("registerAsyncIOClient", row("me")), row("createHost", 1, 2),
-                                row("unregisterAsyncIOClient", 1), row("terminateHost", 1, 2),
-                                row("getActiveHosts", 1), row("createChannel", 1, 2), column("term", 1, 2),
-                                row(ok, "a", "b", 1), row(ok, 1, 2), row(ok, 1, "a", "b"), row(ok, 1), ok});
-    if (chosen.getType() != ArrayType::CELL || below(2) == 0) return chosen;
-    const TypedArray<Array> cells(chosen);
-    std::vector<Array> elements(cells.begin(), cells.end());
-    if (!elements.empty()) elements[below(elements.size())] = anything(2);
-    if (below(4) == 0) elements.resize(below(elements.size() + 1));
-    return factory.createCellArray({1, elements.size()}, elements);
-  }
-  Array anything(int depth) {
-    if (depth == 0 || below(3) != 0)
-      return oneOf({Array(), Value(""), Value(u"term"), Value(u"\u00e9"), noText, missingText, Value(1),
-                    noNumbers, Value(1.0), Value(static_cast<E>(below(20))), row(),
-                    factory.createArray(static_cast<ArrayType>(1 + below(24)), {below(3), below(3)})});
-    std::vector<Array> elements(below(5));
-    for (auto& element : elements) element = anything(depth - 1);
-    return factory.createCellArray({1, elements.size()}, elements);
-  }
-  std::size_t below(std::size_t limit) { return random() % limit; }
-  Array oneOf(const std::vector<Array>& arrays) { return arrays[below(arrays.size())]; }
-
+/// Sound commands and responses, most of them with a random fault in a random place, and loose elements.
+static std::vector<Array> nearlySound(std::size_t count) {
+  std::mt19937 random(20240501);
+  const auto below = [&](std::size_t limit) { return random() % limit; };
   const Array ok = row(E::NoError);
-  std::mt19937 random{20240501};
-};
-
-bool succeeded(const Array& result) {
-  if (result.getType() != ArrayType::CELL) return result == Value(E::NoError);
-  const TypedArray<Array> values(result);
-  return std::ranges::find(values, Value(E::NoError)) != values.end();
+  const auto oneOf = [&](const auto&... values) {
+    return std::vector<Array>{values...}[below(sizeof...(values))];
+  };
+  std::vector<Array> arrays;
+  while (arrays.size() < count) {
+    TypedArray<Array> array = oneOf(
+        row("registerAsyncIOClient", row("me")), row("unregisterAsyncIOClient", 1), row("createHost", 1, 2),
+        row("terminateHost", 1, 2), row("getActiveHosts", 1), row("createChannel", 1, 2),
+        column("term", 1, 2), row(ok, "a", "b", 1), row(ok, 1, 2), row(ok, 1, "a", "b"), row(ok, 1), ok);
+    Array part =
+        oneOf(Array(), Value(""), Value(u"term"), Value(u"\u00e9"), noText, missingText, Value(1), noNumbers,
+              Value(1.0), Value(E{7}), row(), row(E{9}), row(E{16}), row(noText), row(1.0));
+    if (below(3) == 0)
+      part = factory.createArray(static_cast<ArrayType>(1 + below(24)), {below(3), below(3)});
+    if (below(4) != 0) array[below(array.getNumberOfElements())] = part;
+    std::vector<Array> elements(array.cbegin(), array.cend());
+    if (below(4) == 0) elements.resize(below(elements.size()));
+    arrays.push_back(below(8) == 0 ? part : factory.createCellArray({1, elements.size()}, elements));
+  }
+  return arrays;
 }
 
 TEST(RandomInput, MakesNoParserFailOtherThanItMay) {
@@ -56,18 +47,11 @@ TEST(RandomInput, MakesNoParserFailOtherThanItMay) {
         &C::parseCreateChannelCmd, &C::parseTerminateChannelCmd, &C::parseRegisterClientResponse,
         &C::parseCreateChannelResponse}}};
   C commands(nullptr);
-  RandomArrays arrays;
-  std::vector<Array> inputs(3000);
-  for (Array& input : inputs) input = arrays.next();
-  for (const auto& [allowed, parsers] : allowedBy)
-    for (const Parser& parser : parsers) {
-      int successes = 0;
-      for (const Array& input : inputs) {
+  for (const Array& input : nearlySound(3000))
+    for (const auto& [allowed, parsers] : allowedBy)
+      for (const Parser& parser : parsers) {
         const Array result = parser(commands, input);
-        successes += succeeded(result);
         const bool threw = result.getType() == ArrayType::STRING;
         ASSERT_TRUE(!threw || std::ranges::count(allowed, result) == 1) << testing::PrintToString(input);
       }
-      EXPECT_GT(successes, 10) << "hardly got past the first checks, parser " << &parser - parsers.data();
-    }
 }

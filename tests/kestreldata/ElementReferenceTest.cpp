@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include <numeric>
 
 #include "Codec.hpp"
@@ -63,10 +65,7 @@ TEST(ElementReference, ReadsStringsAsNarrowText) {
 }
 
 TEST(TypedView, NamesBothTypesWhenTheArrayHasAnother) {
-  try {
-    (void)TypedArray<std::uint64_t>(factory.createScalar("text"));
-    FAIL() << "expected an exception";
-  } catch (const InvalidArrayTypeException& error) {
-    EXPECT_STREQ(error.what(), "Expected an array of type UINT64 (13), got one of type STRING (3)");
-  }
+  EXPECT_THAT([] { (void)TypedArray<std::uint64_t>(factory.createScalar("text")); },
+              testing::ThrowsMessage<InvalidArrayTypeException>(
+                  "Expected an array of type UINT64 (13), got one of type STRING (3)"));
 }

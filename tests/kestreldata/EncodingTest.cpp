@@ -16,16 +16,14 @@ Array nested(std::size_t depth) {
 
 std::vector<Array> arraysOfManyKinds() {
   const auto& f = codec.factory;
-  const std::vector<double> large(1000, 1.0);
   return {Array(),
           f.createScalar(3.5),
           f.createCharArray("characters"),
           f.createScalar("request"),
-          f.createArray<std::uint8_t>({1, 40}),
           f.createArray<std::int16_t>({2, 1, 3}),
-          f.createCellArray({1, 3}, f.createScalar("send"), f.createScalar(1.0), f.createScalar("")),
-          f.createArray<double>({10, 100}, large.begin(), large.end()),
+          f.createArray<double>({10, 100}),
           f.createCellArray({1, 0}),
+          f.createCellArray({1, 3}, f.createScalar("send"), f.createScalar(1.0), f.createScalar("")),
           nested(64)};
 }
 
@@ -41,17 +39,10 @@ TEST(Encoding, IsThatOfTheProtobufMessageAndNoProperPrefixOfItDecodes) {
     for (std::size_t length = 0; length < bytes.size(); ++length) {
       // A copy of its own, so that reading past its end is noticed.
       const std::vector<std::uint8_t> prefix(bytes.begin(), bytes.begin() + static_cast<long>(length));
-      EXPECT_THROW((void)(codec.decode(prefix)), SerializationException)
+      EXPECT_THROW((void)codec.decode(prefix), SerializationException)
           << length << " of " << bytes.size() << " bytes of " << testing::PrintToString(array);
     }
   }
-}
-
-TEST(Encoding, CarriesTheEndMarkOnceAndLast) {
-  const Array inner = codec.factory.createScalar("inner");
-  const auto outer = codec.encode(codec.factory.createCellArray({1, 1}, inner));
-  const auto innerBytes = codec.encode(inner);
-  EXPECT_EQ(std::search(outer.begin(), outer.end(), innerBytes.end() - 5, innerBytes.end()), outer.end() - 5);
 }
 
 TEST(Encoding, StartsLargePayloadsAtMultiplesOf64) {
@@ -74,7 +65,7 @@ TEST(Encoding, StartsLargePayloadsAtMultiplesOf64) {
 TEST(Encoding, OfNestedCellsEndsAtTheDepthTheDecoderTakes) {
   const Array deepest = nested(maxNestingDepth);
   EXPECT_EQ(codec.decode(codec.encode(deepest)), deepest);
-  EXPECT_THROW((void)(codec.encode(nested(maxNestingDepth + 1))), SerializationException);
+  EXPECT_THROW((void)codec.encode(nested(maxNestingDepth + 1)), SerializationException);
 }
 
 TEST(Encoding, RefusesWhatTheParserCouldNotCount) {
@@ -95,13 +86,4 @@ TEST(Decoding, TakesTheParsedPayloadOverWithoutCopyingIt) {
   const void* const parsed = message->payload().data();
   const TypedArray<double> array(codec.context.convertFromProtobuf(std::move(message)));
   EXPECT_EQ(static_cast<const void*>(array.begin()), parsed);
-}
-
-TEST(Encoding, WritesNothingWhereThereIsTooLittleRoom) {
-  const auto message = codec.context.convertToProtobuf(codec.factory.createScalar(1.0));
-  std::vector<std::uint8_t> bytes(message->ByteSizeLong(), 0xEE);
-  const auto untouched = bytes;
-  for (const int size : {-1, 0, static_cast<int>(bytes.size()) - 1})
-    EXPECT_FALSE(message->SerializeToArray(bytes.data(), size));
-  EXPECT_EQ(bytes, untouched);
 }

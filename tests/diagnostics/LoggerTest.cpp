@@ -1,86 +1,101 @@
 #include "kestrel/diagnostics/Logger.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <locale>
-#include <ostream>
-#include <stdexcept>
+#include <future>
 
-#include "RecordLog.hpp"
+#include "kestrel/diagnostics/FunctionTrace.hpp"
+#include "kestrel/diagnostics/RecordObserver.hpp"
 #include "kestrel/diagnostics/SeveritySettings.hpp"
 
 namespace kestrel::diagnostics {
 namespace {
 
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::Pair;
 
-struct CountsItsPrinting {
-  mutable int times = 0;
-};
-std::ostream& operator<<(std::ostream& out, const CountsItsPrinting& self) {
-  ++self.times;
-  return out << "printed";
-}
+/// A channel with everything on, and its records.
+struct LoggerTest : testing::Test {
+  LoggerTest() { setSeverities("test::logger", allSeverities); }
 
-struct FailsToPrint {};
-std::ostream& operator<<(std::ostream&, const FailsToPrint&) {
+  void traced(bool fails) const {
+    const FunctionTrace trace(_logger, "f()");
+    if (fails) throw std::runtime_error("failed");
+  }
+
+  const Logger _logger{"test::logger"};
+  std::vector<std::pair<Severity, std::string>> _records;
+  const RecordObserver _log{
+      [this](const Record& record) { _records.emplace_back(record.severity, record.text); }};
+};
+
+struct Unprintable {
+  mutable int attempts = 0;
+};
+std::ostream& operator<<(std::ostream&, const Unprintable& part) {
+  ++part.attempts;
   throw std::runtime_error("cannot be printed");
 }
 
 class GroupsDigits : public std::numpunct<char> {
-  char do_thousands_sep() const override { return '.'; }
   std::string do_grouping() const override { return "\3"; }
 };
 
-TEST(Logger, HasWarningsAndErrorsOnAtFirst) {
-  const Logger logger("test::fresh");
-  EXPECT_TRUE(logger.enabled(Severity::error));
-  EXPECT_TRUE(logger.enabled(Severity::warning));
-  EXPECT_FALSE(logger.enabled(Severity::setup));
-  EXPECT_FALSE(logger.enabled(Severity::trace));
-  EXPECT_FALSE(logger.enabled(Severity::functionTrace));
+TEST_F(LoggerTest, FormatsNothingWhileTheSeverityIsOffAndDropsWhatCannotBeFormatted) {
+  const Unprintable part;
+  setSeverities("test::logger", noSeverities | Severity::error);
+  _logger.log(Severity::trace, part);
+  EXPECT_EQ(part.attempts, 0);
+  _logger.log(Severity::error, part);
+  EXPECT_EQ(part.attempts, 1);
+  EXPECT_THAT(_records, ElementsAre());
 }
 
-TEST(Logger, FormatsNothingWhileTheSeverityIsOff) {
-  const RecordLog log("test::formatting");
-  const Logger logger("test::formatting");
-  const CountsItsPrinting part;
-  setSeverities("test::formatting", noSeverities);
-  logger.log(Severity::trace, part);
-  EXPECT_EQ(part.times, 0);
-  setSeverities("test::formatting", noSeverities | Severity::trace);
-  logger.log(Severity::trace, part);
-  logger.log(Severity::error, part);
-  EXPECT_EQ(part.times, 1);
-  EXPECT_THAT(log.entries(), ElementsAre(Pair(Severity::trace, "printed")));
-}
-
-TEST(Logger, JoinsThePartsAsTheyPrint) {
-  const RecordLog log("test::parts");
-  const Logger logger("test::parts");
-  const char* const missing = nullptr;
-  logger.log(Severity::error, "text ", std::string("string "), std::string_view("view"));
-  logger.log(Severity::error, "number ", 1234567, ' ', 0.5);
-  logger.log(Severity::error, "before ", missing, "after");
-  EXPECT_THAT(log.entries(), ElementsAre(Pair(Severity::error, "text string view"),
-                                         Pair(Severity::error, "number 1234567 0.5"),
-                                         Pair(Severity::error, "before after")));
-}
-
-TEST(Logger, DoesNotFollowTheHostsLocale) {
-  const RecordLog log("test::locale");
+TEST_F(LoggerTest, JoinsThePartsWhateverTheHostsLocale) {
   const auto before = std::locale::global(std::locale(std::locale::classic(), new GroupsDigits));
-  Logger("test::locale").log(Severity::error, 1234567);
+  const char* const missing = nullptr;
+  _logger.log(Severity::error, "before ", missing, std::string("string "), std::string_view("view"));
+  _logger.log(Severity::trace, "number ", 1234567, ' ', 0.5);
   std::locale::global(before);
-  EXPECT_THAT(log.entries(), ElementsAre(Pair(Severity::error, "1234567")));
+  EXPECT_THAT(_records, ElementsAre(Pair(Severity::error, "before string view"),
+                                    Pair(Severity::trace, "number 1234567 0.5")));
 }
 
-TEST(Logger, DropsARecordThatCannotBeFormatted) {
-  const RecordLog log("test::failing");
-  EXPECT_NO_THROW(Logger("test::failing").log(Severity::error, FailsToPrint{}));
-  EXPECT_THAT(log.entries(), ElementsAre());
+TEST_F(LoggerTest, TracesAFunctionAndMarksItsExitOnlyIfAnExceptionLeavesIt) {
+  EXPECT_THROW(traced(true), std::runtime_error);
+  try {
+    const std::shared_ptr<const void> guard(nullptr, [this](auto) { traced(false); });
+    throw std::runtime_error("during whose unwinding a function returns");
+  } catch (const std::runtime_error&) {
+  }
+  const auto line = [](const char* text) { return Pair(Severity::functionTrace, text); };
+  EXPECT_THAT(_records, ElementsAre(line("f()"), line("f() [throw]"), line("f()"), line("f()")));
+}
+
+TEST_F(LoggerTest, LetsAnObserverLogAndFailWithoutHarmToOthers) {
+  const RecordObserver failing([this](const Record&) {
+    _logger.log(Severity::error, "from within");
+    throw std::runtime_error("observer failed");
+  });
+  _logger.log(Severity::warning, "from outside");
+  _logger.log(Severity::warning, "once more");
+  EXPECT_THAT(_records,
+              ElementsAre(Pair(Severity::warning, "from outside"), Pair(Severity::warning, "once more")));
+}
+
+TEST_F(LoggerTest, EndsAnObserverAfterItsCallsOnOtherThreads) {
+  std::promise<void> entered, release;
+  auto observer = std::make_unique<RecordObserver>([&](const Record&) {
+    entered.set_value();
+    release.get_future().wait();
+  });
+  const auto logging = std::async(std::launch::async, [&] { _logger.log(Severity::error, "slow"); });
+  entered.get_future().wait();
+  auto destroyed = std::async(std::launch::async, [&] { observer.reset(); });
+  EXPECT_EQ(destroyed.wait_for(50ms), std::future_status::timeout);
+  release.set_value();
+  EXPECT_EQ(destroyed.wait_for(20s), std::future_status::ready);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include "kestrel/diagnostics/SeveritySettings.hpp"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "kestrel/diagnostics/Logger.hpp"
@@ -11,79 +9,58 @@
 namespace kestrel::diagnostics {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr SeverityMask errorOnly = noSeverities | Severity::error;
 
-/// Gives "*" its first setting back, which all tests of the process share.
-class SeveritySettings : public testing::Test {
- protected:
-  void TearDown() override { setSeverities("*", defaultSeverities); }
-};
-
-TEST_F(SeveritySettings, ReachLoggersThatExistAlready) {
-  const Logger first("test::existing"), second("test::existing"), other("test::other");
-  setSeverities("test::existing", allSeverities);
-  EXPECT_TRUE(first.enabled(Severity::trace));
-  EXPECT_TRUE(second.enabled(Severity::trace));
-  EXPECT_FALSE(other.enabled(Severity::trace));
-}
-
-TEST_F(SeveritySettings, OfTheStarHoldForChannelsWithoutTheirOwn) {
-  const Logger existing("test::star::existing");
-  setSeverities("test::star::own", noSeverities | Severity::setup);
+TEST(SeveritySettings, HoldPerChannelAndOfTheStarForTheOthersExistingOrNot) {
+  const Logger own("test::own"), other("test::other");
+  EXPECT_EQ(severities("test::other"), defaultSeverities);
+  setSeverities("test::own", noSeverities | Severity::trace);
   setSeverities("*", errorOnly);
-  EXPECT_EQ(severities("test::star::existing"), errorOnly);
-  EXPECT_FALSE(existing.enabled(Severity::warning));
-  EXPECT_FALSE(Logger("test::star::later").enabled(Severity::warning));
-  EXPECT_EQ(severities("test::star::own"), noSeverities | Severity::setup);
+  EXPECT_TRUE(own.enabled(Severity::trace) && !own.enabled(Severity::error));
+  EXPECT_TRUE(other.enabled(Severity::error) && !other.enabled(Severity::warning));
+  EXPECT_EQ(severities("test::later"), errorOnly);
+  setSeverities("*", defaultSeverities);
 }
 
 struct TextCase {
-  const char* name;
-  const char* text;
+  std::string text;
   SeverityMask expected;  // of the channel "a::b"
-  std::vector<std::string> ignored;
+  std::vector<std::string> ignored = {};
 };
 
-class SeverityTextTest : public SeveritySettings, public testing::WithParamInterface<TextCase> {};
+const TextCase textCases[] = {
+    {"", errorOnly},
+    {"a::b=trace,setup,function,warning", 4 + 8 + 32 + 256},
+    {"a::b=all", 4 + 8 + 32 + 256 + 512},
+    {"a::b=none", 0},
+    {"a::c=all", errorOnly},
+    {"*=warning", errorOnly},
+    {"a::b=all;a::b=trace", 4},
+    {" ; a::b = trace , setup ;; ", 4 + 8},
+    {"a::b=loud;a::c=all", errorOnly, {"a::b=loud"}},
+    {"a::b=trace,loud", errorOnly, {"a::b=trace,loud"}},
+    {"a::b=", errorOnly, {"a::b="}},
+    {"a::b", errorOnly, {"a::b"}},
+    {"=all;a::b=trace", 4, {"=all"}},
+};
 
-TEST_P(SeverityTextTest, IsReadEntryByEntry) {
+class SeverityText : public testing::TestWithParam<TextCase> {};
+
+TEST_P(SeverityText, IsReadEntryByEntry) {
   setSeverities("a::b", errorOnly);
-  EXPECT_EQ(applySeverityText(GetParam().text), GetParam().ignored);
-  EXPECT_EQ(severities("a::b"), GetParam().expected);
+  EXPECT_EQ(applySeverityText(GetParam().text), GetParam().ignored) << GetParam().text;
+  EXPECT_EQ(severities("a::b"), GetParam().expected) << GetParam().text;
+  setSeverities("*", defaultSeverities);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, SeverityTextTest,
-    testing::Values(TextCase{"Empty", "", errorOnly, {}}, TextCase{"OneSeverity", "a::b=trace", 4, {}},
-                    TextCase{"SeveralSeverities", "a::b=trace,setup,function,warning", 4 + 8 + 32 + 256, {}},
-                    TextCase{"All", "a::b=all", 4 + 8 + 32 + 256 + 512, {}},
-                    TextCase{"None", "a::b=none", 0, {}}, TextCase{"OtherChannel", "a::c=all", errorOnly, {}},
-                    TextCase{"StarDoesNotOverride", "*=all", errorOnly, {}},
-                    TextCase{"LastEntryHolds", "a::b=all;a::b=trace", 4, {}},
-                    TextCase{"BlanksAndEmptyEntries", " ; a::b = trace , setup ;; ", 4 + 8, {}},
-                    TextCase{"UnknownSeverity", "a::b=loud;a::c=all", errorOnly, {"a::b=loud"}},
-                    TextCase{"OneOfSeveralUnknown", "a::b=trace,loud", errorOnly, {"a::b=trace,loud"}},
-                    TextCase{"NoSeverity", "a::b=", errorOnly, {"a::b="}},
-                    TextCase{"NoEqualsSign", "a::b", errorOnly, {"a::b"}},
-                    TextCase{"NoChannel", "=all;a::b=trace", 4, {"=all"}}),
-    [](const auto& tested) { return tested.param.name; });
+INSTANTIATE_TEST_SUITE_P(Texts, SeverityText, testing::ValuesIn(textCases));
 
-/// Prints what a fresh process has read from its environment.
-[[noreturn]] void reportSettings() {
-  std::fprintf(stderr, "<star %u, asyncio %u, other %u>", severities("*"), severities("asyncio::util"),
-               severities("other"));
-  std::exit(0);
-}
-
-TEST(SeverityEnvironment, IsReadAtTheFirstUseAndItsMistakesAreNamedOnce) {
+TEST(SeverityEnvironment, IsReadAtTheFirstUseAndItsMistakesAreNamed) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // starts the program anew
-  ::setenv("KESTREL_LOG", "*=error;asyncio::util=trace,setup;x=lots", 1);
-  EXPECT_EXIT(reportSettings(), testing::ExitedWithCode(0),
-              "KESTREL_LOG: entry ignored, .* got \"x=lots\"\n(.*\n)*<star 512, asyncio 12, other 512>");
-  ::unsetenv("KESTREL_LOG");
+  setenv("KESTREL_LOG", "*=error;asyncio::util=trace,setup;x=lots", 1);
+  EXPECT_EXIT(std::exit(severities("*") == 512 && severities("asyncio::util") == 12 ? 0 : 1),
+              testing::ExitedWithCode(0), "KESTREL_LOG: entry ignored, .* got \"x=lots\"\n");
+  unsetenv("KESTREL_LOG");
 }
 
 }  // namespace

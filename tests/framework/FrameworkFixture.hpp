@@ -1,20 +1,18 @@
 #pragma once
 
-#include <cppmicroservices/BundleContext.h>
-#include <cppmicroservices/Framework.h>
+#include <cppmicroservices/Constants.h>
 #include <cppmicroservices/FrameworkEvent.h>
-#include <cppmicroservices/FrameworkFactory.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <memory>
-#include <string>
+#include <gmock/gmock.h>
 
 #include "bundles/Greeting.hpp"
-#include "kestrel/framework/Framework.hpp"
+#include "kestrel/framework/InstallAndStart.hpp"
 #include "kestrel/framework/InstallPath.hpp"
+#include "kestrel/framework/ServiceLookup.hpp"
+#include "kestrel/host/Host.hpp"
 
 namespace kestrel::framework {
+
+constexpr auto invalidContext = "The bundle context is no longer valid";
 
 inline std::u16string bundleDirectory(const std::string& name) {
   return toWide(std::string(KESTREL_TEST_BUNDLES) + "/" + name);
@@ -23,31 +21,27 @@ inline std::u16string bundleDirectory(const std::string& name) {
 /// Runs a framework that the process knows for as long as the test lasts.
 class FrameworkFixture : public testing::Test {
  protected:
-  FrameworkFixture() {
-    _framework->Start();
-    setFramework(_framework);
-  }
-  ~FrameworkFixture() override {
-    setFramework(nullptr);
-    stop();
+  [[nodiscard]] static cppmicroservices::BundleContext context() {
+    return getFramework()->GetBundleContext();
   }
 
-  void stop() {
-    _framework->Stop();
-    EXPECT_EQ(_framework->WaitForStop(std::chrono::seconds(20)).GetType(),
+  static auto greet(const std::string& text, const cppmicroservices::ServiceProperties& properties = {}) {
+    return context().RegisterService<Greeting>(std::make_shared<Greeting>(text), properties);
+  }
+
+  static auto greet(const std::string& text, int ranking) {
+    return greet(text, {{cppmicroservices::Constants::SERVICE_RANKING, cppmicroservices::Any(ranking)}});
+  }
+
+  /// Stops the framework, which the process goes on to know.
+  static void stop() {
+    getFramework()->Stop();
+    EXPECT_EQ(getFramework()->WaitForStop(std::chrono::seconds(20)).GetType(),
               cppmicroservices::FrameworkEvent::FRAMEWORK_STOPPED);
   }
 
-  [[nodiscard]] cppmicroservices::BundleContext context() const { return _framework->GetBundleContext(); }
-
-  auto greet(const std::string& text, const cppmicroservices::ServiceProperties& properties = {}) const {
-    return context().RegisterService<greeting::Greeting>(std::make_shared<greeting::FixedGreeting>(text),
-                                                         properties);
-  }
-
  private:
-  std::shared_ptr<cppmicroservices::Framework> _framework =
-      std::make_shared<cppmicroservices::Framework>(cppmicroservices::FrameworkFactory().NewFramework());
+  host::Host _host;
 };
 
 }  // namespace kestrel::framework

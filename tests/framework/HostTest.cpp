@@ -1,91 +1,57 @@
 #include "kestrel/host/Host.hpp"
 
-#include <gtest/gtest.h>
+#include <cppmicroservices/FrameworkFactory.h>
 
-#include <chrono>
-#include <filesystem>
 #include <future>
-#include <memory>
-#include <stdexcept>
 
 #include "FrameworkFixture.hpp"
-#include "kestrel/framework/InstallAndStart.hpp"
-#include "kestrel/framework/ServiceLookup.hpp"
 #include "kestrel/threadpool/ThreadPool.hpp"
 
 namespace kestrel::host {
 namespace {
 
-using framework::bundleDirectory;
 using framework::findService;
-using framework::getFramework;
-using framework::installAndStart;
-using greeting::Greeting;
 using threadpool::ThreadPool;
 
-TEST(Host, OffersAThreadPoolThatRunsWork) {
-  const Host host;
+TEST(Host, OffersAThreadPoolThatOutlivesItWithThoseWhoHoldIt) {
+  auto host = std::make_unique<Host>();
   const auto pool = findService<ThreadPool>();
   ASSERT_NE(pool, nullptr);
-  std::promise<void> ran;
-  pool->submit([&ran] { ran.set_value(); });
-  EXPECT_EQ(ran.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready)
-      << "waited for work submitted to the pool";
-}
-
-TEST(Host, LeavesTheThreadPoolToTheCallerWhenTold) {
-  const Host host(HostOptions{.installPath = {}, .registerThreadPool = false});
-  EXPECT_NE(getFramework(), nullptr);
-  EXPECT_EQ(findService<ThreadPool>(), nullptr);
+  for (const auto when : {"while the host runs", "after its end"}) {
+    std::promise<void> ran;
+    pool->submit([&ran] { ran.set_value(); });
+    const auto status = ran.get_future().wait_for(std::chrono::seconds(20));
+    ASSERT_EQ(status, std::future_status::ready) << "waited for work submitted " << when;
+    host.reset();
+  }
 }
 
 TEST(Host, StandsAlone) {
+  using cppmicroservices::FrameworkFactory;
   {
     const Host host;
     EXPECT_THROW(Host(), std::logic_error);
     EXPECT_NE(findService<ThreadPool>(), nullptr) << "the first host must not suffer";
   }
-  framework::setFramework(
-      std::make_shared<cppmicroservices::Framework>(cppmicroservices::FrameworkFactory().NewFramework()));
+  framework::setFramework(std::make_shared<cppmicroservices::Framework>(FrameworkFactory().NewFramework()));
   EXPECT_THROW(Host(), std::logic_error);
   framework::setFramework(nullptr);
-  EXPECT_NO_THROW(Host());
 }
 
-TEST(Host, OverridesTheInstallPathForAsLongAsItLives) {
-  const auto before = framework::get_install_path();
-  {
-    const Host host(HostOptions{.installPath = "/opt/elsewhere"});
-    EXPECT_EQ(framework::get_install_path(), u"/opt/elsewhere");
-  }
-  EXPECT_EQ(framework::get_install_path(), before);
-}
-
-TEST(Host, StartsTheSameBundleInOneFrameworkAfterTheOther) {
+TEST(Host, LeavesNothingBehindForTheNextOne) {
+  const auto pathBefore = framework::get_install_path();
   for (int round = 0; round < 3; ++round) {
-    std::shared_ptr<Greeting> greeting;
-    {
-      const Host host;
-      ASSERT_EQ(installAndStart(bundleDirectory("greeting")).size(), 1U);
-      greeting = findService<Greeting>();
-      ASSERT_NE(greeting, nullptr);
-      EXPECT_EQ(greeting->text(), "hello from test_greeting");
-    }
-    EXPECT_EQ(getFramework(), nullptr);
+    auto host = std::make_unique<Host>(HostOptions{.installPath = "/opt/x", .registerThreadPool = false});
+    EXPECT_EQ(framework::get_install_path(), u"/opt/x");
+    EXPECT_EQ(findService<ThreadPool>(), nullptr) << "the place was to be left to the caller";
+    ASSERT_EQ(framework::installAndStart(framework::bundleDirectory("greeting")).size(), 1U);
+    const auto greeting = findService<Greeting>();
+    EXPECT_EQ(greeting->text(), "hello from test_greeting");
+    host.reset();
+    EXPECT_EQ(framework::get_install_path(), pathBefore);
+    EXPECT_EQ(findService<Greeting>(), nullptr);
     EXPECT_EQ(greeting->text(), "hello from the past");
   }
-}
-
-TEST(Host, KeepsAPoolAliveForThoseWhoHoldItWhenItGoes) {
-  std::shared_ptr<ThreadPool> pool;
-  {
-    const Host host;
-    pool = findService<ThreadPool>();
-  }
-  std::promise<void> ran;
-  pool->submit([&ran] { ran.set_value(); });
-  EXPECT_EQ(ran.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready)
-      << "waited for work submitted after the host was gone";
 }
 
 }  // namespace

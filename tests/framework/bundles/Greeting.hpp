@@ -4,25 +4,15 @@
 
 #include <string>
 
-namespace greeting {
-
-/// What the test bundles offer.
+/// The service of these tests.
 class Greeting {
  public:
+  explicit Greeting(std::string text = {}) : _text(std::move(text)) {}
   virtual ~Greeting() = default;
-  [[nodiscard]] virtual std::string text() const = 0;
-};
-
-/// A greeting that does not change.
-class FixedGreeting : public Greeting {
- public:
-  explicit FixedGreeting(std::string text) : _text(std::move(text)) {}
-  [[nodiscard]] std::string text() const override { return _text; }
+  [[nodiscard]] virtual std::string text() const { return _text; }
 
  private:
-  std::string _text;
+  const std::string _text;
 };
 
-}  // namespace greeting
-
-CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(greeting::Greeting, "Greeting")
+CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(Greeting, "Greeting")

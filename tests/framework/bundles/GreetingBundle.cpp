@@ -1,16 +1,15 @@
 #include <cppmicroservices/Bundle.h>
 #include <cppmicroservices/BundleActivator.h>
-#include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/GetBundleContext.h>
 
-#include <memory>
+#include <stdexcept>
 
 #include "Greeting.hpp"
 
 namespace {
 
 /// Tells whether the bundle's code finds the context it runs in.
-class SelfAwareGreeting : public greeting::Greeting {
+class SelfAwareGreeting : public Greeting {
  public:
   [[nodiscard]] std::string text() const override {
     const auto context = cppmicroservices::GetBundleContext();
@@ -18,10 +17,12 @@ class SelfAwareGreeting : public greeting::Greeting {
   }
 };
 
+/// Greets in one of the two bundles made of it, and fails after its registration in the other.
 class Activator : public cppmicroservices::BundleActivator {
  public:
   void Start(cppmicroservices::BundleContext context) override {
-    static_cast<void>(context.RegisterService<greeting::Greeting>(std::make_shared<SelfAwareGreeting>()));
+    (void)context.RegisterService<Greeting>(std::make_shared<SelfAwareGreeting>());
+    if (context.GetBundle().GetSymbolicName() == "test_failing") throw std::runtime_error("no greeting");
   }
   void Stop(cppmicroservices::BundleContext) override {}
 };

@@ -24,6 +24,7 @@ TEST(SigintFacility, RaisesAPendingSignalExactlyOnceAndOnlyOnItsThread) {
 }
 
 TEST(SigintFacility, GivesTheHostItsHandlerBackAndForgetsItsInterrupt) {
+  hostsSignals = 0;
   const auto before = std::signal(SIGINT, [](int) { hostsSignals = hostsSignals + 1; });
   for (int round = 0; round < 2; ++round) {
     const SigintFacility facility;

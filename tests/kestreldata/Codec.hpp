@@ -32,6 +32,10 @@ struct Codec {
     return bytesOf(*context.convertToProtobuf(array));
   }
 
+  [[nodiscard]] kestreldata::Array nested(std::size_t depth) const {
+    return depth == 1 ? kestreldata::Array() : factory.createCellArray({1, 1}, nested(depth - 1));
+  }
+
   /// The result of parsing is ignored on purpose: torn bytes must be found out by the conversion.
   [[nodiscard]] kestreldata::Array decode(std::span<const std::uint8_t> bytes) const {
     auto message = context.createKESTREL_Array();

@@ -8,12 +8,6 @@ namespace {
 
 const Codec codec;
 
-Array nested(std::size_t depth) {
-  Array array;
-  for (std::size_t level = 1; level < depth; ++level) array = codec.factory.createCellArray({1, 1}, array);
-  return array;
-}
-
 std::vector<Array> arraysOfManyKinds() {
   const auto& f = codec.factory;
   return {Array(),
@@ -24,7 +18,7 @@ std::vector<Array> arraysOfManyKinds() {
           f.createArray<double>({10, 100}),
           f.createCellArray({1, 0}),
           f.createCellArray({1, 3}, f.createScalar("send"), f.createScalar(1.0), f.createScalar("")),
-          nested(64)};
+          codec.nested(64)};
 }
 
 }  // namespace
@@ -63,9 +57,9 @@ TEST(Encoding, StartsLargePayloadsAtMultiplesOf64) {
 }
 
 TEST(Encoding, OfNestedCellsEndsAtTheDepthTheDecoderTakes) {
-  const Array deepest = nested(maxNestingDepth);
+  const Array deepest = codec.nested(maxNestingDepth);
   EXPECT_EQ(codec.decode(codec.encode(deepest)), deepest);
-  EXPECT_THROW((void)codec.encode(nested(maxNestingDepth + 1)), SerializationException);
+  EXPECT_THROW((void)codec.encode(codec.nested(maxNestingDepth + 1)), SerializationException);
 }
 
 TEST(Encoding, RefusesWhatTheParserCouldNotCount) {

@@ -58,17 +58,11 @@ std::vector<Fault> faults() {
       {"EndMarkInsideACell", cell, [](auto& m) { m.mutable_cells(0)->set_end_mark(m.end_mark()); }},
       {"WrongEndMark", numbers, [](auto& m) { m.set_end_mark(m.end_mark() ^ 1U); }},
       {"NoEndMark", numbers, [](auto& m) { m.clear_end_mark(); }},
-      {"NestedPastTheLimit", cell,
+      {"NestedPastTheLimit", codec.nested(maxNestingDepth),
        [](auto& m) {
-         KESTREL_Array* innermost = m.mutable_cells(1);
-         *innermost = KESTREL_Array();
-         for (std::size_t level = 2; level <= maxNestingDepth; ++level) {
-           innermost->set_type(24);
-           innermost->set_rows(1);
-           innermost->set_columns(1);
-           innermost = innermost->add_cells();
-         }
-         innermost->set_type(4);
+         KESTREL_Array inner(m);
+         inner.clear_end_mark();
+         *m.mutable_cells(0) = inner;
        }},
   };
 }

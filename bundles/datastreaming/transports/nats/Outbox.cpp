@@ -5,17 +5,25 @@
 
 namespace kestrel::streams {
 
+namespace {
+
+std::string refusal(natsStatus status) {
+  return "the NATS client refused it: " + describe(status);
+}
+
+}  // namespace
+
 std::optional<std::string> Outbox::post(Post post) {
-  const std::lock_guard lock(_mutex);
+  std::unique_lock lock(_mutex);
   if (_closed) return _closed;
   if (_connection == nullptr) return "the connection is not open yet";
   if (obsolete(post)) return "the connection was lost";
-  if (_waiting.empty() && takesMore()) {
-    const natsStatus status = publish(post);
-    // What the socket did not take is for the loop, which may not know yet that it has to watch.
-    if (!_loop.flush()) _loop.wake();
+  if (!_pumping && _waiting.empty() && takesMore()) {
+    _pumping = true;
+    const natsStatus status = publish(lock, post);
+    drain(lock);
     if (status == NATS_OK) return std::nullopt;
-    return "the NATS client refused it: " + describe(status);
+    return refusal(status);
   }
   if (_waitingBytes + post.cost > _limit) {
     return "it takes " + std::to_string(post.cost) + " bytes, and of the " + std::to_string(_limit) +
@@ -27,25 +35,37 @@ std::optional<std::string> Outbox::post(Post post) {
 }
 
 void Outbox::pump() {
+  std::unique_lock lock(_mutex);
+  if (_connection == nullptr) return;
+  // Whoever pumps now may have seen the state from before the event that this call is about.
+  _pumpAgain = _pumping;
+  if (_pumping) return;
+  _pumping = true;
+  drain(lock);
+}
+
+void Outbox::drain(std::unique_lock<std::mutex>& lock) {
   std::deque<Post> failed;
   std::string why;
-  {
-    const std::lock_guard lock(_mutex);
-    if (_connection == nullptr) return;
-    _loop.flush();
+  do {
+    _pumpAgain = false;
     while (!_waiting.empty() && takesMore()) {
       Post post = std::move(_waiting.front());
       _waiting.pop_front();
       _waitingBytes -= post.cost;
       if (obsolete(post)) continue;
-      const natsStatus status = publish(post);
-      if (status != NATS_OK) {
-        why = "the NATS client refused it: " + describe(status);
-        failed.push_back(std::move(post));
-      }
-      _loop.flush();
+      const natsStatus status = publish(lock, post);
+      if (status == NATS_OK) continue;
+      why = refusal(status);
+      failed.push_back(std::move(post));
     }
-  }
+    lock.unlock();
+    // What the socket did not take is for the loop, which may not know yet that it has to watch.
+    if (!_loop.flush()) _loop.wake();
+    lock.lock();
+  } while (_pumpAgain || (!_waiting.empty() && takesMore()));
+  _pumping = false;
+  lock.unlock();
   reportFailed(failed, why);
 }
 
@@ -77,18 +97,25 @@ void Outbox::reportFailed(const std::deque<Post>& failed, const std::string& why
 
 bool Outbox::empty() {
   const std::lock_guard lock(_mutex);
-  return _connection == nullptr || (_waiting.empty() && natsConnection_Buffered(_connection) <= 0);
+  return _connection == nullptr ||
+         (!_pumping && _waiting.empty() && natsConnection_Buffered(_connection) <= 0);
 }
 
 bool Outbox::takesMore() const {
-  return natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED && _loop.epoch() != 0 &&
-         natsConnection_Buffered(_connection) < window;
+  return _connection != nullptr && natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED &&
+         _loop.epoch() != 0 && natsConnection_Buffered(_connection) < window;
 }
 
-natsStatus Outbox::publish(const Post& post) {
-  const SocketLoop::FlushesItself mark;
-  const natsStatus status = natsConnection_PublishMsg(_connection, post.message.get());
+natsStatus Outbox::publish(std::unique_lock<std::mutex>& lock, const Post& post) {
+  natsConnection* const connection = _connection;
+  lock.unlock();
+  natsStatus status = NATS_OK;
+  {
+    const SocketLoop::FlushesItself mark;
+    status = natsConnection_PublishMsg(connection, post.message.get());
+  }
   if (status == NATS_OK && post.poster) post.poster->posted(post.tag);
+  lock.lock();
   return status;
 }
 

@@ -18,7 +18,8 @@ class Poster {
  public:
   virtual ~Poster() = default;
 
-  /// The message has gone to the connection. Called under the outbox's lock: it must not post.
+  /// The message has gone to the connection. Called by one thread at a time, in the order of sending: it must
+  /// not post.
   virtual void posted(std::uint64_t tag) noexcept { (void)tag; }
   /// Messages that waited could not be sent. Called with no lock held.
   virtual void postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) {
@@ -59,7 +60,10 @@ class Outbox {
  private:
   static void reportFailed(const std::deque<Post>& failed, const std::string& why);
   [[nodiscard]] bool takesMore() const;
-  [[nodiscard]] natsStatus publish(const Post& post);
+  // Both are for the thread that pumps, with the lock held; it is given up while the client or the system
+  // works. drain() ends the pumping and leaves the lock open.
+  [[nodiscard]] natsStatus publish(std::unique_lock<std::mutex>& lock, const Post& post);
+  void drain(std::unique_lock<std::mutex>& lock);
   [[nodiscard]] bool obsolete(const Post& post) const {
     return post.epoch != 0 && post.epoch != _loop.epoch();
   }
@@ -70,12 +74,15 @@ class Outbox {
   SocketLoop& _loop;
   const std::uint64_t _limit;
   std::mutex _mutex;
-  // Guarded by _mutex, which also lets only one thread flush: flushing an emptied buffer would end the
-  // connection.
+  // Guarded by _mutex.
   natsConnection* _connection = nullptr;
   std::deque<Post> _waiting;
   std::uint64_t _waitingBytes = 0;
   std::optional<std::string> _closed;
+  // One thread at a time uses the connection. What others post meanwhile goes out with its next write, so
+  // many senders share one call of the system.
+  bool _pumping = false;
+  bool _pumpAgain = false;
 };
 
 }  // namespace kestrel::streams

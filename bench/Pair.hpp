@@ -34,12 +34,14 @@ inline DataStreamMessengerFactory& localFactory() {
 
 /// Two messengers that face each other over streams of their own.
 struct Pair {
-  explicit Pair(const Options& options = unlimited(), IMessengerFactory& factory = localFactory()) {
+  explicit Pair(const Options& options = unlimited()) : Pair(options, localFactory(), localFactory()) {}
+
+  Pair(const Options& options, IMessengerFactory& nearFactory, IMessengerFactory& farFactory) {
     static int made = 0;
     const std::string to = "bench-to-" + std::to_string(++made);
     const std::string from = "bench-from-" + std::to_string(made);
-    far = factory.createSendReceiveMessenger(from, to, options);
-    near = factory.createSendReceiveMessenger(to, from, options);
+    far = farFactory.createSendReceiveMessenger(from, to, options);
+    near = nearFactory.createSendReceiveMessenger(to, from, options);
   }
 
   std::unique_ptr<ISendReceiveMessenger> far;

@@ -25,7 +25,12 @@ const std::string& url() {
   return text;
 }
 
-DataStreamMessengerFactory& natsFactory() {
+/// Each side has a connection of its own, as two processes would; so have the plain clients.
+DataStreamMessengerFactory& nearFactory() {
+  static DataStreamMessengerFactory factory((host(), ""), url());
+  return factory;
+}
+DataStreamMessengerFactory& farFactory() {
   static DataStreamMessengerFactory factory((host(), ""), url());
   return factory;
 }
@@ -73,7 +78,7 @@ void report(benchmark::State& state, const char* unit, double scale, const std::
 
 /// To reach: at most 1.4 times the plain client's time.
 void roundTrip(benchmark::State& state) {
-  Pair pair(unlimited(), natsFactory());
+  Pair pair(unlimited(), nearFactory(), farFactory());
   echoRequests(*pair.far);
   const PlainEcho echo("plain.echo");
   PlainNats client(url(), true);
@@ -125,7 +130,7 @@ class PlainLarge {
 /// To reach: 0.85 of the plain client's rate.
 void largeArray(benchmark::State& state) {
   Receipts ourReceipts;
-  Pair pair(chunked(), natsFactory());
+  Pair pair(chunked(), nearFactory(), farFactory());
   countReceipts(*pair.far, ourReceipts);
   Receipts plainReceipts;
   PlainLarge plainClient(plainReceipts);
@@ -181,7 +186,7 @@ class PlainRequester {
 /// To reach: 0.7 of the plain client's rate.
 void requestsFromEightThreads(benchmark::State& state) {
   constexpr int requestsEach = 2'000;
-  Pair pair(unlimited(), natsFactory());
+  Pair pair(unlimited(), nearFactory(), farFactory());
   echoRequests(*pair.far);
   const PlainEcho echo("plain.many");
   std::deque<PlainRequester> requesters;

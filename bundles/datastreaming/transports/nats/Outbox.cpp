@@ -7,6 +7,8 @@ namespace kestrel::streams {
 
 namespace {
 
+constexpr int senderRounds = 16;  // writes, with what others posted, that one sender may be kept for
+
 std::string refusal(natsStatus status) {
   return "the NATS client refused it: " + describe(status);
 }
@@ -21,7 +23,7 @@ std::optional<std::string> Outbox::post(Post post) {
   if (!_pumping && _waiting.empty() && takesMore()) {
     _pumping = true;
     const natsStatus status = publish(lock, post);
-    drain(lock);
+    drain(lock, senderRounds);
     if (status == NATS_OK) return std::nullopt;
     return refusal(status);
   }
@@ -41,10 +43,12 @@ void Outbox::pump() {
   _pumpAgain = _pumping;
   if (_pumping) return;
   _pumping = true;
-  drain(lock);
+  drain(lock, 0);
 }
 
-void Outbox::drain(std::unique_lock<std::mutex>& lock) {
+void Outbox::drain(std::unique_lock<std::mutex>& lock, int rounds) {
+  const bool onLoop = rounds == 0;
+  bool more = false;
   std::deque<Post> failed;
   std::string why;
   do {
@@ -60,11 +64,14 @@ void Outbox::drain(std::unique_lock<std::mutex>& lock) {
       failed.push_back(std::move(post));
     }
     lock.unlock();
-    // What the socket did not take is for the loop, which may not know yet that it has to watch.
-    if (!_loop.flush()) _loop.wake();
+    // What the socket did not take is for the loop, which looks by itself after its own turn, but may not
+    // know yet after that of another thread.
+    if (!_loop.flush() && !onLoop) _loop.wake();
     lock.lock();
-  } while (_pumpAgain || (!_waiting.empty() && takesMore()));
+    more = _pumpAgain || (!_waiting.empty() && takesMore());
+  } while (more && (onLoop || --rounds > 0));
   _pumping = false;
+  if (more) _loop.wake();
   lock.unlock();
   reportFailed(failed, why);
 }

@@ -61,9 +61,10 @@ class Outbox {
   static void reportFailed(const std::deque<Post>& failed, const std::string& why);
   [[nodiscard]] bool takesMore() const;
   // Both are for the thread that pumps, with the lock held; it is given up while the client or the system
-  // works. drain() ends the pumping and leaves the lock open.
+  // works. drain() ends the pumping and leaves the lock open; after so many rounds, unless 0, the loop goes
+  // on.
   [[nodiscard]] natsStatus publish(std::unique_lock<std::mutex>& lock, const Post& post);
-  void drain(std::unique_lock<std::mutex>& lock);
+  void drain(std::unique_lock<std::mutex>& lock, int rounds);
   [[nodiscard]] bool obsolete(const Post& post) const {
     return post.epoch != 0 && post.epoch != _loop.epoch();
   }

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <ctime>
+#include <fstream>
 #include <kestrel/datastreaming/Keys.hpp>
 
 #include "NatsCases.hpp"
@@ -221,6 +224,65 @@ TEST_F(NatsFaultsTest, SendDoesNotWaitForAServerThatStandsStill) {
   EXPECT_LT(std::clock() - used, CLOCKS_PER_SEC / 10) << "waiting for the socket must cost nothing";
   _server->thaw();
 }
+
+std::size_t residentMegabytes() {
+  std::ifstream status("/proc/self/statm");
+  std::size_t total = 0, resident = 0;
+  status >> total >> resident;
+  return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) >> 20;
+}
+
+struct Slowness {
+  const char* delivery;
+  bool loses;
+};
+
+class NatsSlowConsumerTest : public NatsFaultsTest, public testing::WithParamInterface<Slowness> {};
+
+TEST_P(NatsSlowConsumerTest, MemoryStaysBoundedAndNothingIsLostUnseen) {
+  constexpr std::size_t messages = 400;
+  std::mutex mutex;
+  std::vector<std::size_t> arrived;
+  Inbox errors;
+  Door entered, go, last;
+  Ends ends{factory(GetParam().delivery)};
+  ends.startConsumer(
+      [&](const std::uint8_t* data, std::uint64_t size, const std::string&, AttributeMap&) {
+        const std::size_t number = std::stoul(std::string(reinterpret_cast<const char*>(data), 10));
+        if (number == 0) entered.open();
+        if (number == 0) go.pass("the flood to end");
+        const std::lock_guard lock(mutex);
+        if (size > 10) arrived.push_back(number);
+        if (number == messages) last.open();
+      },
+      [&](const std::exception& error) {
+        errors.add({error.what(), "", {}});
+      });
+  ends.startProducer("YES");
+  const std::size_t before = residentMegabytes();
+  std::shared_future<std::string> accepted;
+  for (std::size_t i = 0; i < messages; ++i) {
+    accepted = sendText(*ends.producer, numbered(i, 1'000'000));
+    if (i == 0) entered.pass("the first message");
+    if (i % 20 != 19) continue;
+    ASSERT_TRUE(ready(accepted, "the server to take a message"));
+  }
+  EXPECT_LT(residentMegabytes(), before + 340);
+  go.open();
+  (void)sendText(*ends.producer, numbered(messages, 100'000));
+  last.pass("the message after the flood");
+  const std::lock_guard lock(mutex);
+  EXPECT_EQ(arrived.size() + ends.statistics().lost, messages + 1);
+  EXPECT_EQ(GetParam().loses, ends.statistics().lost > 0);
+  EXPECT_TRUE(std::is_sorted(arrived.begin(), arrived.end()));
+  if (GetParam().loses) {
+    EXPECT_THAT(errors.waitTexts(2), testing::Contains(HasSubstr("messages were dropped")));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Nats, NatsSlowConsumerTest,
+                         testing::Values(Slowness{"live", true}, Slowness{"durable", false}),
+                         [](const auto& info) { return std::string(info.param.delivery); });
 
 TEST_F(NatsFaultsTest, LiveAcknowledgementFailsWhenTheConnectionIsLostBeforeIt) {
   Ends ends{factory("live")};

@@ -231,4 +231,40 @@ TEST_P(TransportSuite, PayloadsOfManyProducersArriveWhole) {
   EXPECT_EQ(statistics().lost, 0U);
 }
 
+TEST_P(TransportSuite, ManyQuestionsAtOnceFromManyThreadsAreAllAnswered) {
+  constexpr std::size_t threads = 8, rounds = 25, outstanding = 8;
+  const auto questions = open("questions");
+  const auto answers = open("answers");
+  const auto answering = startProducer(answers);
+  const auto server = startConsumer(questions, [&](const auto* data, auto size, const auto&, auto&) {
+    (void)answering->send(data, size, {});
+  });
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::map<std::string, int> answered;
+  const auto client = startConsumer(answers, [&](const std::uint8_t* data, auto size, const auto&, auto&) {
+    const std::lock_guard lock(mutex);
+    ++answered[std::string(reinterpret_cast<const char*>(data), size)];
+    changed.notify_all();
+  });
+  const auto asking = startProducer(questions);
+  std::vector<std::thread> askers;
+  for (std::size_t t = 0; t < threads; ++t) {
+    askers.emplace_back([&, t] {
+      for (std::size_t i = 0; i < rounds * outstanding; ++i) {
+        const auto text = [&](std::size_t k) { return std::to_string(t) + "-" + std::to_string(k); };
+        (void)sendText(*asking, text(i));
+        std::unique_lock lock(mutex);
+        const auto room = [&] { return i < outstanding || answered.contains(text(i - outstanding)); };
+        ASSERT_TRUE(changed.wait_for(lock, patience, room)) << "waited for an answer";
+      }
+    });
+  }
+  for (auto& asker : askers) asker.join();
+  std::unique_lock lock(mutex);
+  const auto complete = [&] { return answered.size() == threads * rounds * outstanding; };
+  ASSERT_TRUE(changed.wait_for(lock, patience, complete)) << "waited for the last answers";
+  for (const auto& [text, count] : answered) ASSERT_EQ(count, 1) << text;
+}
+
 }  // namespace kestrel::streams

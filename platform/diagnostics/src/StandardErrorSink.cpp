@@ -7,6 +7,7 @@
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/attributes/value_visitation.hpp>
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 #include "SeverityNames.hpp"
@@ -63,6 +64,18 @@ void StandardErrorSink::setOn(bool on) noexcept {
   isOn = on;
 }
 
+/// In ISO form; not with a stream, which would group digits as the host's locale has it.
+static std::string timeText(const boost::posix_time::ptime& time) {
+  const auto date = time.date();
+  const auto day = time.time_of_day();
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", static_cast<int>(date.year()),
+                static_cast<int>(date.month()), static_cast<int>(date.day()), static_cast<int>(day.hours()),
+                static_cast<int>(day.minutes()), static_cast<int>(day.seconds()),
+                static_cast<int>(day.total_microseconds() % 1000000));
+  return text;
+}
+
 void StandardErrorSink::consume(const boost::log::record_view& record) {
   if (!isOn) return;
   const auto channel = boost::log::extract<std::string>("Channel", record);
@@ -70,8 +83,7 @@ void StandardErrorSink::consume(const boost::log::record_view& record) {
   const auto text = boost::log::extract<std::string>("Message", record);
   const auto time = boost::log::extract<boost::posix_time::ptime>("TimeStamp", record);
   if (!channel || !severity || !text || !time) return;
-  writeLineToStandardError(boost::posix_time::to_iso_extended_string(*time) + "Z " + severityName(*severity) +
-                           ' ' + *channel + ' ' + *text);
+  writeLineToStandardError(timeText(*time) + ' ' + severityName(*severity) + ' ' + *channel + ' ' + *text);
 }
 
 }  // namespace kestrel::diagnostics

@@ -1,57 +1,40 @@
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Constants.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <set>
 
-#include "FakeStreams.hpp"
-#include "LogCapture.hpp"
-#include "Wire.hpp"
+#include "MessengerTest.hpp"
 #include "kestrel/framework/Framework.hpp"
 #include "kestrel/host/Host.hpp"
 #include "remote_connectivity/asyncio/util/DataStreamMessengerFactory.hpp"
 
 namespace library_test {
-namespace {
 
-using namespace remote_connectivity::asyncio::util;
 using Texts = std::map<std::string, std::string>;
 
 /// A host whose registry prefers a fake service to the one of the bundle.
-class FactoryTest : public testing::Test {
+class FactoryTest : public MessengerTest {
  protected:
   FactoryTest() {
     auto context = kestrel::framework::getFramework()->GetBundleContext();
     (void)context.RegisterService<ds::StreamsFactory>(
         streams, {{cppmicroservices::Constants::SERVICE_RANKING, cppmicroservices::Any(100)}});
-    setEnvironment(nullptr, nullptr);
   }
-  ~FactoryTest() override { setEnvironment(nullptr, nullptr); }
-
-  static void setEnvironment(const char* token, const char* endpoint) {
-    unsetenv("QXA_TOKEN");
-    unsetenv("DS_ENDPOINT");
-    if (token != nullptr) setenv("QXA_TOKEN", token, 1);
-    if (endpoint != nullptr) setenv("DS_ENDPOINT", endpoint, 1);
-  }
-
-  static Texts texts(const ds::ConfigurationMap& map) {
+  Texts newestConfiguration() const {
     Texts result;
-    for (const auto& [key, value] : map) result[key] = std::any_cast<std::string>(value);
+    if (streams->configurations.empty()) return result;
+    for (const auto& [key, value] : streams->configurations.back()) {
+      result[key] = std::any_cast<std::string>(value);
+    }
     return result;
   }
 
   const kestrel::host::Host host;
-  std::shared_ptr<FakeStreams> streams = std::make_shared<FakeStreams>();
 };
 
 struct ConfigurationCase {
-  const char* name;
   const char* token;
   const char* endpoint;
   const char* environmentToken;
@@ -62,48 +45,29 @@ struct ConfigurationCase {
 class Configuration : public FactoryTest, public testing::WithParamInterface<ConfigurationCase> {};
 
 TEST_P(Configuration, IsMadeFromArgumentsThenFromTheEnvironment) {
-  const auto& [name, token, endpoint, environmentToken, environmentEndpoint, expected] = GetParam();
-  setEnvironment(environmentToken, environmentEndpoint);
-  DataStreamMessengerFactory factory(token, endpoint);
-  ASSERT_EQ(streams->configurations.size(), expected.empty() ? 0U : 1U);
-  EXPECT_EQ(expected.empty() ? Texts() : texts(streams->configurations[0]), expected);
+  const ConfigurationCase& given = GetParam();
+  setenv("QXA_TOKEN", given.environmentToken, 1);
+  setenv("DS_ENDPOINT", given.environmentEndpoint, 1);
+  DataStreamMessengerFactory factory(given.token, given.endpoint);
+  unsetenv("QXA_TOKEN");
+  unsetenv("DS_ENDPOINT");
+  EXPECT_EQ(newestConfiguration(), given.expected);
   factory.configure("later", "");
-  EXPECT_EQ(texts(streams->configurations.back()).at("qxaToken"), "later");
+  EXPECT_EQ(newestConfiguration(), (Texts{{"qxaToken", "later"}}));
 }
 
 const std::string url = "_datastreamingurl";
+const std::pair<const std::string, std::string> ws{"wsprotocol", "ws"};
 INSTANTIATE_TEST_SUITE_P(
     Cases, Configuration,
-    testing::Values(
-        ConfigurationCase{"nothing", "", "", nullptr, nullptr, {}},
-        ConfigurationCase{"emptyVariables", "", "", "", "", {}},
-        ConfigurationCase{"token", "t", "", nullptr, nullptr, {{"qxaToken", "t"}}},
-        ConfigurationCase{
-            "http", "", "http://h", nullptr, nullptr, {{url, "http://h"}, {"wsprotocol", "ws"}}},
-        ConfigurationCase{"https", "", "https://h", nullptr, nullptr, {{url, "https://h"}}},
-        ConfigurationCase{"ws", "", "ws://h", nullptr, nullptr, {{url, "ws://h"}}},
-        ConfigurationCase{"upperCase", "", "HTTP://h", nullptr, nullptr, {{url, "HTTP://h"}}},
-        ConfigurationCase{
-            "httpWithin", "", "x+http:h", nullptr, nullptr, {{url, "x+http:h"}, {"wsprotocol", "ws"}}},
-        ConfigurationCase{"environment",
-                          "",
-                          "",
-                          "e",
-                          "http://e",
-                          {{"qxaToken", "e"}, {url, "http://e"}, {"wsprotocol", "ws"}}},
-        ConfigurationCase{
-            "argumentsWin", "t", "ws://h", "e", "http://e", {{"qxaToken", "t"}, {url, "ws://h"}}}),
-    [](const auto& info) { return info.param.name; });
-
-TEST_F(FactoryTest, NamesFreshStreamsForEachMessenger) {
-  DataStreamMessengerFactory factory("", "");
-  const auto first = factory.createSendReceiveMessenger();
-  const auto second = factory.createSendReceiveMessenger();
-  const std::set<std::string> names{first->getSendStreamId(), first->getReceiveStreamId(),
-                                    second->getSendStreamId(), second->getReceiveStreamId()};
-  EXPECT_EQ(names.size(), 4U);
-  EXPECT_THAT(names, testing::Each(testing::SizeIs(36)));
-}
+    testing::Values(ConfigurationCase{"", "", "", "", {}},
+                    ConfigurationCase{"t", "", "", "", {{"qxaToken", "t"}}},
+                    ConfigurationCase{"", "http://h", "", "", {{url, "http://h"}, ws}},
+                    ConfigurationCase{"", "https://h", "", "", {{url, "https://h"}}},
+                    ConfigurationCase{"", "HTTP://h", "", "", {{url, "HTTP://h"}}},
+                    ConfigurationCase{"", "x+http:h", "", "", {{url, "x+http:h"}, ws}},
+                    ConfigurationCase{"", "", "e", "http://e", {{"qxaToken", "e"}, {url, "http://e"}, ws}},
+                    ConfigurationCase{"t", "ws://h", "e", "http://e", {{"qxaToken", "t"}, {url, "ws://h"}}}));
 
 class RecordingFactory : public DataStreamMessengerFactory {
  public:
@@ -111,52 +75,39 @@ class RecordingFactory : public DataStreamMessengerFactory {
   using DataStreamMessengerFactory::DataStreamMessengerFactory;
   std::unique_ptr<ISendReceiveMessenger> createSendReceiveMessenger(std::string first,
                                                                     std::string second) override {
-    asked = first + " " + second;
+    names.insert({first, second});
     return nullptr;
   }
-  std::string asked;
+  std::set<std::string> names;
 };
 
-TEST_F(FactoryTest, UsesAnOverriddenCreationForFreshStreams) {
+TEST_F(FactoryTest, NamesFreshStreamsForEachMessengerThroughAnOverriddenCreation) {
   RecordingFactory factory("", "");
-  EXPECT_EQ(factory.createSendReceiveMessenger(), nullptr);
-  EXPECT_EQ(factory.asked.size(), 73U);
-  EXPECT_TRUE(streams->consumerEnds.empty());
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(factory.createSendReceiveMessenger(), nullptr);
+  EXPECT_EQ(factory.names.size(), 4U);
+  EXPECT_THAT(factory.names, testing::Each(testing::SizeIs(36)));
 }
 
 TEST_F(FactoryTest, BuffersByDefaultAndPassesTheCallersOptionsOnUnread) {
-  const LogCapture log;
-  DataStreamMessengerFactory factory("", "");
-  IMessengerFactory& creator = factory;
-  const auto plain = creator.createSendReceiveMessenger("a", "b", {});
-  EXPECT_EQ(log.count("starting periodic work"), 0U);
-  const auto buffered = creator.createSendReceiveMessenger("a", "b");
-  EXPECT_EQ(log.count("starting periodic work with interval: 20"), 1U);
-  EXPECT_EQ(buffered->getSendStreamId(), "a");
-  EXPECT_EQ(buffered->getReceiveStreamId(), "b");
-  const auto optioned = creator.createSendReceiveMessenger("a", "b", {{"producerACK", std::string("YES")}});
-  EXPECT_EQ(texts(streams->producerConfigurations.back()), (Texts{{"producerACK", "YES"}}));
-  EXPECT_THROW((void)creator.createSendReceiveMessenger("a", "b", {{"masgSizeRate", 1}}), std::bad_any_cast);
-}
-
-TEST_F(FactoryTest, MayGoBeforeItsMessengers) {
   auto factory = std::make_unique<DataStreamMessengerFactory>("", "");
-  const auto messenger = factory->createSendReceiveMessenger("a", "b", {});
+  IMessengerFactory& creator = *factory;
+  const auto plain = creator.createSendReceiveMessenger("a", "b", {{"producerACK", std::string("YES")}});
+  EXPECT_EQ(std::any_cast<std::string>(streams->producerConfigurations.back().at("producerACK")), "YES");
+  EXPECT_EQ(log.count("starting periodic work"), 0);
+  const auto buffered = creator.createSendReceiveMessenger("a", "b");
+  EXPECT_EQ(log.count("starting periodic work with interval: 20"), 1);
+  EXPECT_THROW((void)creator.createSendReceiveMessenger("a", "b", {{"masgSizeRate", 1}}), std::bad_any_cast);
   factory.reset();
-  messenger->send(DataStruct(number(1)));
-  EXPECT_EQ(streams->sent().size(), 1U);
+  plain->send(DataStruct(number(1)));
+  EXPECT_EQ(streams->sent().size(), 1U) << "messengers may outlive their factory";
 }
 
 TEST(Factory, FailsWhereThereAreNoBundles) {
   const auto directory = std::filesystem::path(testing::TempDir()) / "kestrel-no-bundles";
   std::filesystem::create_directories(directory);
   const kestrel::host::Host host({.installPath = directory});
-  try {
-    DataStreamMessengerFactory factory("", "");
-    FAIL() << "made without bundles";
-  } catch (const std::runtime_error& error) {
-    EXPECT_STREQ(error.what(), "No bundles for DataStreaming");
-  }
+  EXPECT_THAT([] { DataStreamMessengerFactory("", ""); },
+              testing::ThrowsMessage<std::runtime_error>("No bundles for DataStreaming"));
 }
 
 TEST(Factory, IsMadeWithoutAFrameworkButItsMessengersAreNot) {
@@ -164,5 +115,4 @@ TEST(Factory, IsMadeWithoutAFrameworkButItsMessengersAreNot) {
   EXPECT_THROW((void)factory.createSendReceiveMessenger("a", "b", {}), std::runtime_error);
 }
 
-}  // namespace
 }  // namespace library_test

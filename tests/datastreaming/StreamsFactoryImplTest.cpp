@@ -9,29 +9,55 @@
 namespace kestrel::streams {
 namespace {
 
-using datastreaming::DataSteamingConfig;
+using Config = datastreaming::DataSteamingConfig;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-class UnknownEndpoint : public testing::TestWithParam<const char*> {};
-
-TEST_P(UnknownEndpoint, FailsWithTheSchemeAndThoseKnownButNoSecret) {
-  StreamsFactoryImpl factory;
-  factory.configure(
-      {{DataSteamingConfig::DATASTREAMING_SERIVCE_URL, std::string(GetParam()) + "user:pw@host"},
-       {DataSteamingConfig::QXA_TOKEN, std::string("s3cret")}});
-  try {
-    (void)factory.getStream("s", {});
-    FAIL() << "opened";
-  } catch (const std::runtime_error& error) {
-    EXPECT_THAT(error.what(), AllOf(HasSubstr("memory:"), Not(HasSubstr("pw@")), Not(HasSubstr("s3cret"))));
-    EXPECT_THAT(error.what(), HasSubstr(std::string(GetParam(), std::string(GetParam()).find(':') + 1)));
+TEST(StreamsFactoryImpl, UnknownEndpointFailsWithTheSchemeAndThoseKnownButNoSecret) {
+  for (const std::string scheme : {"http:", "https:", "ws:", "udp:"}) {
+    StreamsFactoryImpl factory;
+    factory.configure({{Config::DATASTREAMING_SERIVCE_URL, scheme + "//user:pw@host"},
+                       {Config::QXA_TOKEN, std::string("s3cret")}});
+    try {
+      (void)factory.getStream("s", {});
+      ADD_FAILURE() << "opened " << scheme;
+    } catch (const std::runtime_error& error) {
+      EXPECT_THAT(error.what(), AllOf(HasSubstr(scheme), HasSubstr("memory:")));
+      EXPECT_THAT(error.what(), AllOf(Not(HasSubstr("pw@")), Not(HasSubstr("s3cret"))));
+    }
+    EXPECT_TRUE(factory.statistics().empty()) << "a stream that was not opened is not counted";
   }
-  EXPECT_TRUE(factory.statistics().empty()) << "a stream that was not opened is not counted";
 }
 
-INSTANTIATE_TEST_SUITE_P(Schemes, UnknownEndpoint, testing::Values("http://", "https://", "ws://", "udp:"));
+TEST(StreamsFactoryImpl, BadSettingIsRefusedByItsKeyAndNothingOfItsCallIsTaken) {
+  const std::tuple<std::string, std::any, std::string> cases[] = {
+      {Config::QXA_TOKEN, "a C string", "std::string"},
+      {Config::WS_PING_INTERVAL_S, std::string("-1"), "-1"},
+      {Config::WS_MAX_RECONN_ATTEMPTS, std::string("3x"), "3x"},
+      {Config::PRODUCER_ACK, std::string("yes"), "\"NO\" or \"YES\""}};
+  for (const auto& [key, value, complaint] : cases) {
+    StreamsFactoryImpl factory;
+    try {
+      factory.configure({{Config::DATASTREAMING_SERIVCE_URL, std::string("udp:")}, {key, value}});
+      ADD_FAILURE() << "accepted " << key;
+    } catch (const std::invalid_argument& error) {
+      EXPECT_THAT(error.what(), AllOf(HasSubstr(key), HasSubstr(complaint)));
+    }
+    EXPECT_NO_THROW((void)factory.getStream("s", {})) << "the endpoint has changed";
+  }
+}
+
+TEST(StreamsFactoryImpl, AcknowledgementComesFromTheProducerElseFromTheService) {
+  ServiceSettings service;
+  EXPECT_FALSE(readProducerSettings({}, service).acknowledge);
+  service.update({{Config::PRODUCER_ACK, std::string("YES")}});
+  EXPECT_TRUE(readProducerSettings({}, service).acknowledge);
+  EXPECT_FALSE(readProducerSettings({{Config::PRODUCER_ACK, std::string("NO")}}, service).acknowledge);
+  StreamsFactoryImpl factory;
+  const auto stream = factory.getStream("s", {});
+  EXPECT_THROW((void)factory.createProducer(stream, {{Config::PRODUCER_ACK, true}}), std::invalid_argument);
+}
 
 TEST(StreamsFactoryImpl, OpenStreamsKeepTheirTransportWhenTheEndpointChanges) {
   int made = 0;
@@ -42,7 +68,7 @@ TEST(StreamsFactoryImpl, OpenStreamsKeepTheirTransportWhenTheEndpointChanges) {
   const auto stream = factory.getStream("", {});
   (void)factory.getStream("", {});
   EXPECT_EQ(made, 1) << "streams share the connection";
-  factory.configure({{DataSteamingConfig::DATASTREAMING_SERIVCE_URL, std::string("udp://nowhere")}});
+  factory.configure({{Config::DATASTREAMING_SERIVCE_URL, std::string("udp://nowhere")}});
   EXPECT_NO_THROW(factory.createProducer(stream, {})->start().get());
   EXPECT_EQ(made, 1);
   (void)factory.getStream("", {});
@@ -55,16 +81,6 @@ TEST(StreamsFactoryImpl, CountsANamedStreamOnceAndEachAnonymousOneForItself) {
   std::vector<std::string> ids;
   for (const auto& entry : factory.statistics()) ids.push_back(entry.streamId);
   EXPECT_THAT(ids, testing::ElementsAre("b", "", "a", ""));
-}
-
-TEST(StreamsFactoryImpl, RefusesStreamsOfOthersAndUnknownAcknowledgements) {
-  StreamsFactoryImpl factory;
-  EXPECT_THROW((void)factory.createConsumer(nullptr), std::invalid_argument);
-  const auto stream = factory.getStream("s", {});
-  EXPECT_THROW((void)factory.createProducer(stream, {{DataSteamingConfig::PRODUCER_ACK, std::string("")}}),
-               std::invalid_argument);
-  EXPECT_THROW((void)factory.createProducer(stream, {{DataSteamingConfig::PRODUCER_ACK, true}}),
-               std::invalid_argument);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "transports/nats/MessageHeaders.hpp"
 #include "transports/nats/NatsEndpoint.hpp"
 #include "transports/nats/PublishLedger.hpp"
+#include "transports/nats/Resequencer.hpp"
 #include "transports/nats/StoreReply.hpp"
 #include "transports/nats/SubjectNames.hpp"
 
@@ -224,6 +225,51 @@ TEST_F(PublishLedgerTest, GivesUpWhatWasTriedLongEnoughAndNothingElse) {
   EXPECT_EQ(given[0].sequence, 1U);
   EXPECT_EQ(publish(), "2 ");
   EXPECT_EQ(_ledger.bytes(), 10U);
+}
+
+class ResequencerTest : public testing::Test {
+ protected:
+  std::string out() {
+    std::string text;
+    while (const auto item = _order.next()) text += *item + " ";
+    return text;
+  }
+
+  Resequencer<std::string> _order{seconds(10)};
+  TimePoint _now{seconds(1000)};
+};
+
+TEST_F(ResequencerTest, WhatOvertookWaitsForWhatIsMissing) {
+  _order.accept(1, 4, 5, "5", _now);
+  EXPECT_EQ(out(), "5 ") << "what came before the first one was for somebody else";
+  _order.accept(1, 6, 7, "7", _now);
+  _order.accept(1, 8, 0, "gone", _now);
+  _order.accept(2, 0, 1, "other", _now);
+  EXPECT_EQ(out(), "other ");
+  _order.accept(1, 7, 8, "8", _now);
+  _order.accept(1, 5, 6, "6", _now);
+  EXPECT_EQ(out(), "6 7 8 gone ");
+  _order.accept(1, 6, 7, "copy of 7", _now);
+  EXPECT_EQ(out(), "copy of 7 ");
+}
+
+TEST_F(ResequencerTest, RefusedNumbersAreNotMissing) {
+  _order.accept(1, 0, 1, "1", _now);
+  _order.accept(1, 1, 4, "4, after two refused ones", _now);
+  EXPECT_EQ(out(), "1 4, after two refused ones ");
+}
+
+TEST_F(ResequencerTest, GapIsGivenUpInTimeOrWhenNothingOlderCanCome) {
+  _order.accept(1, 0, 1, "1", _now);
+  _order.accept(1, 2, 3, "3", _now);
+  _order.tick(_now + milliseconds(9999));
+  EXPECT_EQ(out(), "1 ");
+  _order.tick(_now + seconds(10));
+  EXPECT_EQ(out(), "3 ");
+  _order.accept(1, 6, 7, "7", _now);
+  _order.accept(1, 9, 10, "10", _now);
+  _order.giveUpGaps();
+  EXPECT_EQ(out(), "7 10 ");
 }
 
 TEST(ArrivalClockTest, StandsStillForWhatWaitsAndMovesOnceThatIsDone) {

@@ -19,7 +19,7 @@ DurableProducer::DurableProducer(std::shared_ptr<StreamContext> context,
 DurableProducer::~DurableProducer() {
   close();
   if (!_publisher) return;
-  if (_heard) announce(ProducerEvent::Kind::gone);
+  if (_lastSequence > 0) announce(ProducerEvent::Kind::gone);
   _publisher->retire();
 }
 
@@ -42,7 +42,7 @@ ProducerBase::Outcome DurableProducer::transmit(const Outgoing& message) {
   if (_acknowledge) acknowledgement = entry.stored.emplace().get_future().share();
   if (auto refusal = _publisher->submit(std::move(entry))) return {std::move(refusal), {}};
   _number = number;
-  _heard = true;
+  _lastSequence = message.stamp.sequence;
   return {std::nullopt, std::move(acknowledgement)};
 }
 
@@ -54,7 +54,7 @@ void DurableProducer::announce(ProducerEvent::Kind kind) {
   constexpr std::uint64_t cost = 256;
   try {
     const std::uint64_t number = ++_number;
-    auto message = makeEvent(_subject, {kind, producerId()}, _publisher->replySubject(number));
+    auto message = makeEvent(_subject, {kind, producerId(), _lastSequence}, _publisher->replySubject(number));
     (void)_publisher->submit({number, std::move(message), cost, Clock::now(), {}});
   } catch (const std::exception& error) {
     logError(std::string("a producer could not announce its end: ") + error.what());

@@ -30,7 +30,7 @@ class DurableProducer final : public ProducerBase {
   // Guarded by the lock of ProducerBase.
   std::shared_ptr<DurablePublisher> _publisher;  // set by open()
   std::uint64_t _number = 0;                     // of the message submitted last
-  bool _heard = false;                           // a message was accepted
+  std::uint64_t _lastSequence = 0;               // of the message accepted last, 0: none
 };
 
 }  // namespace kestrel::streams

@@ -1,5 +1,6 @@
 #include "transports/nats/DurableReceiver.hpp"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -48,7 +49,8 @@ class DurableReceiver::Settlement final : public Receipt {
 DurableReceiver::DurableReceiver(std::shared_ptr<StreamContext> context,
                                  std::shared_ptr<NatsConnection> connection, SubjectNames names)
     : NatsReceiver(std::move(context), connection, durableLimits(connection->endpoint())),
-      _store(std::move(connection), std::move(names)) {}
+      _store(connection, std::move(names)),
+      _order(connection->endpoint().retry) {}
 
 /// An earlier consumer, of this process or of one that was killed, may be about to be noticed as gone.
 void DurableReceiver::open() {
@@ -145,16 +147,18 @@ void DurableReceiver::receive() {
   std::shared_ptr<natsMsg> message(raw, natsMsg_Destroy);
   const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
   if (status == NATS_OK) {
-    take(std::move(message), now);
-    _heard = Clock::now();
+    take(std::move(message));
   } else if (status == NATS_TIMEOUT) {
+    _order.tick(Clock::now());
     _pipeline->tick(now);
   } else if (!stopped()) {
     _attached = false;  // dropped by the client, or the connection is about to be closed
   }
+  while (auto incoming = _order.next()) deliver(std::move(*incoming), now);
+  if (status == NATS_OK) _heard = Clock::now();
 }
 
-void DurableReceiver::take(std::shared_ptr<natsMsg> message, TimePoint now) {
+void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
   const char* status = nullptr;
   if (natsMsg_GetDataLength(message.get()) == 0 &&
       natsMsgHeader_Get(message.get(), "Status", &status) == NATS_OK) {
@@ -170,12 +174,28 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message, TimePoint now) {
   const auto arrival = _position.arrived(numbers->stored, reply);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.
+    _order.giveUpGaps();
     _errors->report(std::to_string(arrival.expired) +
                     " stored messages were removed unread, for their age or for room");
   }
   if (arrival.settled) acknowledge(reply);
   if (!arrival.fresh) return;
-  handle(std::move(message), now, std::make_unique<Settlement>(weak_from_this(), numbers->stored));
+  putInOrder(identify(std::move(message), std::make_unique<Settlement>(weak_from_this(), numbers->stored)));
+}
+
+void DurableReceiver::putInOrder(Incoming incoming) {
+  const TimePoint now = Clock::now();
+  if (const auto* stamp = std::get_if<Stamp>(&incoming.identity)) {
+    const std::uint64_t number = stamp->sequence;
+    const std::uint64_t after = number - 1 - std::min<std::uint64_t>(stamp->refusedBefore, number - 1);
+    _order.accept(stamp->producer, after, number, std::move(incoming), now);
+  } else if (const auto* event = std::get_if<ProducerEvent>(&incoming.identity)) {
+    const ProducerEvent copy = *event;
+    _order.accept(copy.producer, copy.after, 0, std::move(incoming), now);
+    if (copy.kind == ProducerEvent::Kind::gone) _order.forget(copy.producer);
+  } else {
+    _order.accept(0, 0, 0, std::move(incoming), now);
+  }
 }
 
 void DurableReceiver::takeSignal(natsMsg* message, const char* status) {

@@ -6,6 +6,7 @@
 #include "transports/nats/DurablePosition.hpp"
 #include "transports/nats/DurableStore.hpp"
 #include "transports/nats/NatsReceiver.hpp"
+#include "transports/nats/Resequencer.hpp"
 
 namespace kestrel::streams {
 
@@ -26,7 +27,8 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   void reportExpired(const DurableStore::Claim& claim);
   bool keepAttached();
   void receive();
-  void take(std::shared_ptr<natsMsg> message, TimePoint now);
+  void take(std::shared_ptr<natsMsg> message);
+  void putInOrder(Incoming incoming);
   void takeSignal(natsMsg* message, const char* status);
   void acknowledge(const std::string& subject);
   void confirmAcknowledgements();
@@ -37,6 +39,7 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   std::shared_ptr<natsSubscription> _subscription;
   std::uint64_t _epoch = 0;  // of the connection over which it was attached
   DurablePosition _position;
+  Resequencer<Incoming> _order;
   std::string _lastAcknowledged;  // where the newest acknowledgement went
   std::uint64_t _count = 0;       // of what this reader was sent
   bool _attached = false;

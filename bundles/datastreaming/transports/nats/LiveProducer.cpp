@@ -14,7 +14,7 @@ namespace {
 void announceEvent(NatsConnection& connection, const std::string& subject, ProducerEvent::Kind kind,
                    std::uint64_t producer) {
   try {
-    (void)connection.outbox().post({makeEvent(subject, {kind, producer}), 256, 0, nullptr, 0});
+    (void)connection.outbox().post({makeEvent(subject, {kind, producer, 0}), 256, 0, nullptr, 0});
   } catch (const std::exception& error) {
     logError(std::string("a producer could not announce its end: ") + error.what());
   }

@@ -34,7 +34,7 @@ void LiveReceiver::run() {
     std::shared_ptr<natsMsg> message(raw, natsMsg_Destroy);
     const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
     if (status == NATS_OK) {
-      handle(std::move(message), now, nullptr);
+      deliver(identify(std::move(message)), now);
     } else if (status == NATS_SLOW_CONSUMER) {
       reportDropped(subscription.get());
     } else if (status == NATS_TIMEOUT) {

@@ -113,24 +113,26 @@ std::optional<Stamp> readStamp(const char* text) {
 }
 
 std::string writeEvent(const ProducerEvent& event) {
-  char buffer[20];
-  const auto end = std::to_chars(buffer, buffer + sizeof buffer, event.producer, 16).ptr;
-  return (event.kind == ProducerEvent::Kind::gone ? "gone." : "abandoned.") + std::string(buffer, end);
+  char buffer[64];
+  char* const end = buffer + sizeof buffer;
+  char* at = std::to_chars(buffer, end, event.producer, 16).ptr;
+  *at++ = '.';
+  at = std::to_chars(at, end, event.after).ptr;
+  return (event.kind == ProducerEvent::Kind::gone ? "gone." : "abandoned.") + std::string(buffer, at);
 }
 
 std::optional<ProducerEvent> readEvent(const std::string& text) {
   const auto dot = text.find('.');
   if (dot == std::string::npos) return std::nullopt;
   const std::string kind = text.substr(0, dot);
+  if (kind != "gone" && kind != "abandoned") return std::nullopt;
   ProducerEvent event;
-  if (kind == "abandoned") {
-    event.kind = ProducerEvent::Kind::abandoned;
-  } else if (kind != "gone") {
-    return std::nullopt;
-  }
+  if (kind == "abandoned") event.kind = ProducerEvent::Kind::abandoned;
+  const char* at = text.data() + dot + 1;
   const char* const end = text.data() + text.size();
-  const auto [at, error] = std::from_chars(text.data() + dot + 1, end, event.producer, 16);
-  if (error != std::errc() || at != end || event.producer == 0) return std::nullopt;
+  if (!takeNumber(at, end, event.producer, 16) || event.producer == 0) return std::nullopt;
+  const auto [rest, error] = std::from_chars(at, end, event.after);
+  if (error != std::errc() || rest != end) return std::nullopt;
   return event;
 }
 

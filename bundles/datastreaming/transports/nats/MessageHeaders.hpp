@@ -30,9 +30,10 @@ struct ProducerEvent {
   };
   Kind kind = Kind::gone;
   std::uint64_t producer = 0;
+  std::uint64_t after = 0;  ///< the number of its last message before the news
 };
 
-/// "gone." or "abandoned." and the producer in hexadecimal.
+/// "gone.producer.after" or "abandoned.producer.after", the producer in hexadecimal.
 [[nodiscard]] std::string writeEvent(const ProducerEvent& event);
 [[nodiscard]] std::optional<ProducerEvent> readEvent(const std::string& text);
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "transports/nats/MessageHeaders.hpp"
-
 namespace kestrel::streams {
 
 namespace {
@@ -53,45 +51,52 @@ void NatsReceiver::use(std::shared_ptr<natsSubscription> subscription) {
   _subscription = _stopped ? nullptr : std::move(subscription);
 }
 
-void NatsReceiver::handle(std::shared_ptr<natsMsg> message, TimePoint arrival,
-                          std::unique_ptr<Receipt> receipt) {
+NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message,
+                                              std::unique_ptr<Receipt> receipt) {
+  Incoming incoming{std::move(message), {}, std::move(receipt)};
   const char* text = nullptr;
-  std::optional<Stamp> stamp;
-  if (natsMsgHeader_Get(message.get(), MessageHeaders::stamp.c_str(), &text) == NATS_OK) {
-    stamp = readStamp(text);
-  } else if (handleEvent(message.get())) {
-    return settle(receipt);
+  if (natsMsgHeader_Get(incoming.message.get(), MessageHeaders::stamp.c_str(), &text) == NATS_OK) {
+    if (const auto stamp = readStamp(text)) incoming.identity = *stamp;
+  } else if (natsMsgHeader_Get(incoming.message.get(), MessageHeaders::event.c_str(), &text) == NATS_OK) {
+    if (const auto event = readEvent(text)) incoming.identity = *event;
   }
-  auto attributes = stamp ? readAttributes(message.get()) : std::nullopt;
-  if (!attributes) {
-    StreamCounters::add(_context->counters.lost);
-    _errors->report(
-        "a message without a valid stamp and attributes was dropped; only programs of this "
-        "library may publish on its subjects");
-    return settle(receipt);
+  return incoming;
+}
+
+void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
+  if (const auto* event = std::get_if<ProducerEvent>(&incoming.identity)) {
+    deliverEvent(*event);
+    return settle(incoming.receipt);
   }
+  const auto* stamp = std::get_if<Stamp>(&incoming.identity);
+  natsMsg* const message = incoming.message.get();
+  auto attributes = stamp != nullptr ? readAttributes(message) : std::nullopt;
+  if (!attributes) return refuse(incoming);
   Frame frame;
   frame.stamp = *stamp;
   frame.arrival = arrival;
-  frame.data = reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message.get()));
-  frame.size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message.get()));
+  frame.data = reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message));
+  frame.size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message));
   frame.attributes = std::move(*attributes);
-  frame.owner = std::move(message);
-  frame.receipt = std::move(receipt);
+  frame.owner = std::move(incoming.message);
+  frame.receipt = std::move(incoming.receipt);
   _pipeline->accept(std::move(frame));
 }
 
-bool NatsReceiver::handleEvent(natsMsg* message) {
-  const char* text = nullptr;
-  if (natsMsgHeader_Get(message, MessageHeaders::event.c_str(), &text) != NATS_OK) return false;
-  const auto event = readEvent(text);
-  if (!event) return false;
-  if (event->kind == ProducerEvent::Kind::gone) {
-    _pipeline->producerVanished(event->producer);
+void NatsReceiver::deliverEvent(const ProducerEvent& event) {
+  if (event.kind == ProducerEvent::Kind::gone) {
+    _pipeline->producerVanished(event.producer);
   } else {
-    _pipeline->payloadAbandoned(event->producer);
+    _pipeline->payloadAbandoned(event.producer);
   }
-  return true;
+}
+
+void NatsReceiver::refuse(Incoming& incoming) {
+  StreamCounters::add(_context->counters.lost);
+  _errors->report(
+      "a message without a valid stamp and attributes was dropped; only programs of this library may publish "
+      "on its subjects");
+  settle(incoming.receipt);
 }
 
 std::int64_t NatsReceiver::waitFor(std::chrono::milliseconds most) const {

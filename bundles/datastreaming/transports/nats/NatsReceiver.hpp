@@ -3,8 +3,10 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <variant>
 
 #include "transports/nats/ArrivalClock.hpp"
+#include "transports/nats/MessageHeaders.hpp"
 #include "transports/nats/NatsConnection.hpp"
 #include "transports/shared/DeliveryPipeline.hpp"
 
@@ -35,8 +37,17 @@ class NatsReceiver {
   /// Replaces the subscription that stop() ends.
   void use(std::shared_ptr<natsSubscription> subscription);
 
+  /// A message as it came, and what its headers say that it is.
+  struct Incoming {
+    std::shared_ptr<natsMsg> message;
+    std::variant<std::monostate, Stamp, ProducerEvent> identity;  ///< neither: of no producer of ours
+    std::unique_ptr<Receipt> receipt;                             ///< may be empty
+  };
+  [[nodiscard]] static Incoming identify(std::shared_ptr<natsMsg> message,
+                                         std::unique_ptr<Receipt> receipt = nullptr);
+
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
-  void handle(std::shared_ptr<natsMsg> message, TimePoint arrival, std::unique_ptr<Receipt> receipt);
+  void deliver(Incoming incoming, TimePoint arrival);
 
   [[nodiscard]] bool stopped() const { return _stopped; }
   /// How long to wait for a message, at most that long.
@@ -53,7 +64,8 @@ class NatsReceiver {
   ArrivalClock _clock{Clock::now()};
 
  private:
-  [[nodiscard]] bool handleEvent(natsMsg* message);
+  void deliverEvent(const ProducerEvent& event);
+  void refuse(Incoming& incoming);
 
   std::int64_t _dropped = 0;  // the delivery thread's own
   std::atomic<bool> _stopped{false};

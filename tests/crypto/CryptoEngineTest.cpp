@@ -1,7 +1,10 @@
 #include "kestrel/crypto/CryptoEngine.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <set>
 #include <thread>
 
@@ -49,6 +52,24 @@ TEST(CryptoEngine, NeverRepeatsItselfForEqualSeedsOrOnThreadsThatShareAGenerator
   std::set<Bytes> distinct;
   for (const auto& mine : drawn) distinct.insert(mine.begin(), mine.end());
   EXPECT_EQ(distinct.size(), 8000U);
+}
+
+TEST(CryptoEngine, GivesTheChildOfAForkOtherBytesThanItsParent) {
+  const auto generator = makeGenerator();
+  (void)generator.generateByteArray(16);
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    const auto bytes = generator.generateByteArray(16);
+    _exit(write(ends[1], bytes.data(), bytes.size()) == 16 ? 0 : 1);
+  }
+  Bytes childs(16);
+  ASSERT_EQ(read(ends[0], childs.data(), childs.size()), 16);
+  EXPECT_NE(childs, generator.generateByteArray(16));
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  close(ends[0]);
+  close(ends[1]);
 }
 
 TEST(CryptoEngine, PassesOnTheFailureOfItsProvider) {

@@ -7,6 +7,7 @@
 #include <climits>
 #include <string>
 
+#include "RandomReserve.hpp"
 #include "kestrel/crypto/CryptoException.hpp"
 
 namespace kestrel::crypto {
@@ -24,6 +25,14 @@ std::string takeErrorTexts() {
   return texts.empty() ? "OpenSSL gave no reason" : texts;
 }
 
+void drawBytes(std::uint8_t* out, std::size_t size) {
+  constexpr unsigned defaultStrength = 0;
+  ERR_clear_error();  // a failure must not be reported with somebody else's old errors
+  if (RAND_bytes_ex(nullptr, out, size, defaultStrength) == 1) return;
+  throw CryptoException("CryptoProvider: expected " + std::to_string(size) +
+                        " random bytes, got none: " + takeErrorTexts());
+}
+
 }  // namespace
 
 CryptoProvider::CryptoProvider() {
@@ -35,11 +44,9 @@ CryptoProvider::CryptoProvider() {
 }
 
 void CryptoProvider::randomBytes(std::uint8_t* out, std::size_t size) {
-  constexpr unsigned defaultStrength = 0;
-  ERR_clear_error();  // a failure must not be reported with somebody else's old errors
-  if (RAND_bytes_ex(nullptr, out, size, defaultStrength) == 1) return;
-  throw CryptoException("CryptoProvider: expected " + std::to_string(size) +
-                        " random bytes, got none: " + takeErrorTexts());
+  thread_local RandomReserve reserve;
+  if (size > RandomReserve::largestRequest) return drawBytes(out, size);
+  reserve.take(out, size, &drawBytes);
 }
 
 void CryptoProvider::addSeed(const std::uint8_t* seed, std::size_t size) {
@@ -50,6 +57,7 @@ void CryptoProvider::addSeed(const std::uint8_t* seed, std::size_t size) {
     seed += part;
     size -= part;
   }
+  RandomReserve::forgetAll();
 }
 
 }  // namespace kestrel::crypto

@@ -37,6 +37,8 @@ class NatsConnection {
 
   /// Ends and frees a subscription.
   void release(natsSubscription* subscription);
+  /// Waits until the server has answered to everything before, at most that long; throws std::runtime_error.
+  void confirm(std::chrono::milliseconds most);
   /// Waits until all that was posted has gone to the system, at most that long.
   void drain(std::chrono::milliseconds most);
 

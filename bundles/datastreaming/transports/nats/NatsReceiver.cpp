@@ -7,7 +7,7 @@ namespace kestrel::streams {
 
 namespace {
 
-constexpr std::int64_t flushTimeoutMs = 5000;
+constexpr std::chrono::milliseconds confirmTimeout{5000};
 constexpr int pendingMessages = 1 << 20;
 
 }  // namespace
@@ -39,8 +39,7 @@ std::shared_ptr<natsSubscription> NatsReceiver::subscribe(const std::string& sub
       raw, [connection = _connection](natsSubscription* ended) { connection->release(ended); });
   require(natsSubscription_SetPendingLimits(raw, pendingMessages, ByteBudget::defaultLimit),
           "setting the limits of a subscription");
-  require(natsConnection_FlushTimeout(_connection->handle(), flushTimeoutMs),
-          "waiting for the server to confirm a subscription");
+  _connection->confirm(confirmTimeout);
   return subscription;
 }
 

@@ -45,6 +45,7 @@ CryptoProvider::CryptoProvider() {
 
 void CryptoProvider::randomBytes(std::uint8_t* out, std::size_t size) {
   thread_local RandomReserve reserve;
+  if (size == 0) return;
   if (size > RandomReserve::largestRequest) return drawBytes(out, size);
   reserve.take(out, size, &drawBytes);
 }

@@ -89,7 +89,8 @@ bool SocketLoop::flush() {
   natsConnection* const connection = _connection;
   if (natsConnection_Buffered(connection) <= 0) return true;
   const std::unique_lock lock(_using, std::try_to_lock);
-  if (!lock || _socket < 0) return false;
+  // While the client reconnects, its buffer still holds what the old connection did not take.
+  if (!lock || natsConnection_Status(connection) != NATS_CONN_STATUS_CONNECTED) return false;
   const FlushesItself mark;
   natsConnection_ProcessWriteEvent(connection);
   _fresh = false;

@@ -13,11 +13,11 @@ std::pair<std::shared_future<DataStruct>, std::string> RequestTable::open(Time n
 }
 
 bool RequestTable::complete(const std::string& id, DataStruct&& response) {
+  decltype(_pending)::node_type completed;  // freed after the lock is gone
   const std::lock_guard lock(_mutex);
-  const auto found = _pending.find(id);
-  if (found == _pending.end()) return false;
-  found->second.set_value(std::move(response));
-  _pending.erase(found);
+  completed = _pending.extract(id);
+  if (!completed) return false;
+  completed.mapped().set_value(std::move(response));
   return true;
 }
 

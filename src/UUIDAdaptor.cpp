@@ -1,7 +1,6 @@
 #include "remote_connectivity/asyncio/util/UUIDAdaptor.hpp"
 
 #include <algorithm>
-#include <boost/lexical_cast.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
 #include "kestrel/crypto/CryptoEngine.hpp"
@@ -36,7 +35,7 @@ boost::uuids::uuid UUIDAdaptor::generateBytes() {
 }
 
 std::string UUIDAdaptor::toString(boost::uuids::uuid id) {
-  return boost::lexical_cast<std::string>(id);
+  return boost::uuids::to_string(id);
 }
 
 std::string UUIDAdaptor::operator()() {

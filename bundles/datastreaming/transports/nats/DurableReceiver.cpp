@@ -144,7 +144,7 @@ void DurableReceiver::receive() {
   natsMsg* raw = nullptr;
   const auto subscription = _subscription;
   const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(slice));
-  std::shared_ptr<natsMsg> message(raw, natsMsg_Destroy);
+  auto message = share(raw);
   const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
   if (status == NATS_OK) {
     take(std::move(message));

@@ -31,10 +31,13 @@ void LiveReceiver::run() {
   while (!stopped()) {
     natsMsg* raw = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(longest));
-    std::shared_ptr<natsMsg> message(raw, natsMsg_Destroy);
-    const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
+    auto message = share(raw);
+    const auto waiting = waitingIn(subscription.get());
+    const TimePoint now = _clock.advance(Clock::now(), waiting);
     if (status == NATS_OK) {
+      if (waiting > 0) _connection->outbox().expectMore();
       deliver(identify(std::move(message)), now);
+      if (waiting == 0) _connection->outbox().flush();
     } else if (status == NATS_SLOW_CONSUMER) {
       reportDropped(subscription.get());
     } else if (status == NATS_TIMEOUT) {

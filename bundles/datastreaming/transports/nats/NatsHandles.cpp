@@ -1,8 +1,55 @@
 #include "transports/nats/NatsHandles.hpp"
 
+#include <mutex>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace kestrel::streams {
+
+namespace {
+
+/// Messages that nobody uses any more. Safe from any thread.
+class Discarded {
+ public:
+  static Discarded& shared() {
+    static auto* const discarded = new Discarded;  // threads may still let go while the process ends
+    return *discarded;
+  }
+
+  void add(natsMsg* message) {
+    std::vector<natsMsg*> full;
+    {
+      const std::lock_guard lock(_mutex);
+      _messages.push_back(message);
+      _bytes += static_cast<std::size_t>(natsMsg_GetDataLength(message));
+      if (_messages.size() < most && _bytes < mostBytes) return;
+      full.reserve(most);
+      full.swap(_messages);
+      _bytes = 0;
+    }
+    for (natsMsg* const each : full) natsMsg_Destroy(each);
+  }
+
+ private:
+  static constexpr std::size_t most = 64;
+  static constexpr std::size_t mostBytes = 64 << 10;
+
+  Discarded() { _messages.reserve(most); }
+
+  std::mutex _mutex;
+  // Guarded by _mutex.
+  std::vector<natsMsg*> _messages;
+  std::size_t _bytes = 0;
+};
+
+}  // namespace
+
+std::shared_ptr<natsMsg> share(natsMsg* message) {
+  return {message, [](natsMsg* last) {
+            if (last != nullptr) Discarded::shared().add(last);
+          }};
+}
 
 std::string describe(natsStatus status) {
   std::string text = natsStatus_GetText(status);

@@ -36,6 +36,14 @@ std::optional<std::string> Outbox::post(Post post) {
   return std::nullopt;
 }
 
+void Outbox::flush() {
+  if (_busyUntil.exchange(0) == 0) return;
+  std::unique_lock lock(_mutex);
+  if (_connection == nullptr || _pumping) return;
+  _pumping = true;
+  drain(lock, senderRounds);
+}
+
 void Outbox::pump() {
   std::unique_lock lock(_mutex);
   if (_connection == nullptr) return;
@@ -66,7 +74,11 @@ void Outbox::drain(std::unique_lock<std::mutex>& lock, int rounds) {
     lock.unlock();
     // What the socket did not take is for the loop, which looks by itself after its own turn, but may not
     // know yet after that of another thread.
-    if (!_loop.flush() && !onLoop) _loop.wake();
+    if (!onLoop && holdsBack()) {
+      _loop.wakeLater();
+    } else if (!_loop.flush() && !onLoop) {
+      _loop.wake();
+    }
     lock.lock();
     more = _pumpAgain || (!_waiting.empty() && takesMore());
   } while (more && (onLoop || --rounds > 0));
@@ -111,6 +123,12 @@ bool Outbox::empty() {
 bool Outbox::takesMore() const {
   return _connection != nullptr && natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED &&
          _loop.epoch() != 0 && natsConnection_Buffered(_connection) < window;
+}
+
+bool Outbox::holdsBack() const {
+  const auto until = _busyUntil.load(std::memory_order_relaxed);
+  return until != 0 && Clock::now().time_since_epoch().count() < until &&
+         natsConnection_Buffered(_connection) < mostHeldBack;
 }
 
 natsStatus Outbox::publish(std::unique_lock<std::mutex>& lock, const Post& post) {

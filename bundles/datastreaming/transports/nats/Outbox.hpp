@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -10,6 +11,7 @@
 
 #include "transports/nats/NatsHandles.hpp"
 #include "transports/nats/SocketLoop.hpp"
+#include "transports/shared/Frame.hpp"
 
 namespace kestrel::streams {
 
@@ -47,6 +49,12 @@ class Outbox {
   /// Takes the message over; or returns why not.
   [[nodiscard]] std::optional<std::string> post(Post post);
 
+  /// More messages have come in, and answers to them may go out together: what is posted during the next
+  /// `busy` may be held back for SocketLoop::heldBack, or until flush().
+  void expectMore() { _busyUntil = (Clock::now() + busy).time_since_epoch().count(); }
+  /// All that came in has been handled.
+  void flush();
+
   /// Sends what the socket takes. For the loop that watches it.
   void pump();
 
@@ -69,6 +77,11 @@ class Outbox {
     return post.epoch != 0 && post.epoch != _loop.epoch();
   }
 
+  [[nodiscard]] bool holdsBack() const;
+
+  // So that a handler that takes its time does not delay others.
+  static constexpr std::chrono::microseconds busy{100};
+  static constexpr int mostHeldBack = 16 << 10;
   // Large messages go one by one: what the socket did not take is moved in memory for each that follows.
   static constexpr int window = 64 << 10;
 
@@ -84,6 +97,8 @@ class Outbox {
   // many senders share one call of the system.
   bool _pumping = false;
   bool _pumpAgain = false;
+
+  std::atomic<Clock::rep> _busyUntil{0};
 };
 
 }  // namespace kestrel::streams

@@ -12,7 +12,7 @@ std::shared_ptr<natsMsg> create(const std::string& subject, const std::string& r
   require(natsMsg_Create(&message, subject.c_str(), reply.empty() ? nullptr : reply.c_str(),
                          static_cast<const char*>(data), static_cast<int>(size)),
           "making a message");
-  return {message, natsMsg_Destroy};
+  return share(message);
 }
 
 std::string tooLarge(std::uint64_t size, std::uint64_t headers, std::uint64_t limit) {

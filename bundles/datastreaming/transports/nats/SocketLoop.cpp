@@ -2,34 +2,36 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
-#include <system_error>
 #include <utility>
 
 #include "transports/shared/ThreadName.hpp"
 
 namespace kestrel::streams {
 
+namespace {
+
+void clear(const FileDescriptor& signalled) {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const auto taken = ::read(signalled.get(), &count, sizeof count);
+}
+
+}  // namespace
+
 thread_local bool SocketLoop::FlushesItself::flushing = false;
 
 SocketLoop::SocketLoop(std::function<void()> writable)
-    : _writable(std::move(writable)), _event(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-  if (_event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-  try {
-    _thread = std::thread([this] { run(); });
-  } catch (...) {
-    ::close(_event);
-    throw;
-  }
-}
+    : _writable(std::move(writable)),
+      _event(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd"),
+      _timer(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), "timerfd_create"),
+      _thread([this] { run(); }) {}
 
 SocketLoop::~SocketLoop() {
   stop();
-  ::close(_event);
 }
 
 void SocketLoop::stop() {
@@ -46,7 +48,14 @@ void SocketLoop::install(natsOptions* options) {
 void SocketLoop::wake() {
   const std::uint64_t one = 1;
   // Only a counter that is full refuses it, and then the loop wakes anyway.
-  [[maybe_unused]] const auto written = ::write(_event, &one, sizeof one);
+  [[maybe_unused]] const auto written = ::write(_event.get(), &one, sizeof one);
+}
+
+void SocketLoop::wakeLater() {
+  if (_timed.exchange(true)) return;
+  itimerspec once{};
+  once.it_value.tv_nsec = std::chrono::nanoseconds(heldBack).count();
+  ::timerfd_settime(_timer.get(), 0, &once, nullptr);
 }
 
 // The client calls the four below under its own lock, so they must take none of ours.
@@ -71,8 +80,8 @@ natsStatus SocketLoop::setRead(void* userData, bool wanted) {
 
 natsStatus SocketLoop::setWrite(void* userData, bool wanted) {
   auto* const self = static_cast<SocketLoop*>(userData);
-  const bool before = self->_wantsWrite.exchange(wanted);
-  if (wanted && !before && !FlushesItself::flushing) self->wake();
+  if (wanted && FlushesItself::flushing) return NATS_OK;
+  if (!self->_wantsWrite.exchange(wanted) && wanted) self->wake();
   return NATS_OK;
 }
 
@@ -94,7 +103,9 @@ bool SocketLoop::flush() {
   const FlushesItself mark;
   natsConnection_ProcessWriteEvent(connection);
   _fresh = false;
-  return natsConnection_Buffered(connection) <= 0;
+  if (natsConnection_Buffered(connection) <= 0) return true;
+  _wantsWrite = true;
+  return false;
 }
 
 void SocketLoop::run() {
@@ -107,25 +118,28 @@ void SocketLoop::turn() {
   const bool write = _wantsWrite;
   const int socket = read || write ? _socket.load() : -1;
   const auto events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
-  std::array<pollfd, 2> polled{pollfd{_event, POLLIN, 0}, pollfd{socket, events, 0}};
+  std::array<pollfd, 3> polled{pollfd{_event.get(), POLLIN, 0}, pollfd{_timer.get(), POLLIN, 0},
+                               pollfd{socket, events, 0}};
+  auto& [woken, timed, ready] = polled;
   // A thread that published while the connection was lost may have made the client forget to ask for writing,
   // and it does not ask again before something has been written.
   const int timeout = _fresh ? 10 : -1;
   if (::poll(polled.data(), polled.size(), timeout) < 0 || _stopped) return;
-  if (polled[0].revents != 0) {
-    std::uint64_t count = 0;
-    [[maybe_unused]] const auto taken = ::read(_event, &count, sizeof count);
+  if (woken.revents != 0) clear(_event);
+  if (timed.revents != 0) {
+    clear(_timer);
+    _timed = false;  // before what is held back is looked for: what comes later starts it again
   }
-  if ((polled[1].revents & POLLNVAL) != 0) {  // closed under us; the client is about to say so
+  if ((ready.revents & POLLNVAL) != 0) {  // closed under us; the client is about to say so
     int expected = socket;
     _socket.compare_exchange_strong(expected, -1);
     return;
   }
-  if ((polled[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+  if ((ready.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
     const std::lock_guard lock(_using);
     natsConnection_ProcessReadEvent(_connection);
   }
-  if (_fresh || polled[0].revents != 0 || (polled[1].revents & POLLOUT) != 0) _writable();
+  if (_fresh || woken.revents != 0 || timed.revents != 0 || (ready.revents & POLLOUT) != 0) _writable();
 }
 
 }  // namespace kestrel::streams

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <thread>
 
+#include "transports/nats/FileDescriptor.hpp"
 #include "transports/nats/NatsHandles.hpp"
 
 namespace kestrel::streams {
@@ -17,7 +19,10 @@ namespace kestrel::streams {
 /// at once without ever waiting.
 class SocketLoop {
  public:
-  /// `writable` runs on the loop's thread when the socket takes bytes again, and after each wake().
+  static constexpr std::chrono::microseconds heldBack{200};
+
+  /// `writable` runs on the loop's thread when the socket takes bytes again, and after each wake()
+  /// and wakeLater().
   explicit SocketLoop(std::function<void()> writable);
   ~SocketLoop();
   SocketLoop(const SocketLoop&) = delete;
@@ -28,6 +33,10 @@ class SocketLoop {
 
   /// Runs `writable` soon. Safe from any thread.
   void wake();
+
+  /// Runs `writable` after `heldBack`, for bytes that are not flushed at once. Safe from any thread, and cheap
+  /// when it was called before within that time.
+  void wakeLater();
 
   /// Writes what the client has buffered, as far as the socket takes it, unless the loop reads just now,
   /// which then writes afterwards. Returns whether nothing is left. For one thread at a time, while there is
@@ -67,7 +76,9 @@ class SocketLoop {
   void turn();
 
   const std::function<void()> _writable;
-  const int _event;
+  const FileDescriptor _event;
+  const FileDescriptor _timer;
+  std::atomic<bool> _timed{false};  // _timer runs
   std::atomic<natsConnection*> _connection{nullptr};
   std::atomic<std::uint64_t> _attachments{0};
   std::atomic<int> _socket{-1};

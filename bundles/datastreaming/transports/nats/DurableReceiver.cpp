@@ -145,7 +145,7 @@ void DurableReceiver::receive() {
   const auto subscription = _subscription;
   const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(slice));
   auto message = share(raw);
-  const TimePoint now = _clock.advance(Clock::now(), waitingIn(subscription.get()));
+  const TimePoint now = beginTurn(subscription.get());
   if (status == NATS_OK) {
     take(std::move(message));
   } else if (status == NATS_TIMEOUT) {
@@ -155,6 +155,7 @@ void DurableReceiver::receive() {
     _attached = false;  // dropped by the client, or the connection is about to be closed
   }
   while (auto incoming = _order.next()) deliver(std::move(*incoming), now);
+  endTurn();
   if (status == NATS_OK) _heard = Clock::now();
 }
 

@@ -32,12 +32,10 @@ void LiveReceiver::run() {
     natsMsg* raw = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(longest));
     auto message = share(raw);
-    const auto waiting = waitingIn(subscription.get());
-    const TimePoint now = _clock.advance(Clock::now(), waiting);
+    const TimePoint now = beginTurn(subscription.get());
     if (status == NATS_OK) {
-      if (waiting > 0) _connection->outbox().expectMore();
       deliver(identify(std::move(message)), now);
-      if (waiting == 0) _connection->outbox().flush();
+      endTurn();
     } else if (status == NATS_SLOW_CONSUMER) {
       reportDropped(subscription.get());
     } else if (status == NATS_TIMEOUT) {

@@ -32,8 +32,8 @@ class Discarded {
   }
 
  private:
-  static constexpr std::size_t most = 64;
-  static constexpr std::size_t mostBytes = 64 << 10;
+  static constexpr std::size_t most = 256;
+  static constexpr std::size_t mostBytes = 256 << 10;
 
   Discarded() { _messages.reserve(most); }
 

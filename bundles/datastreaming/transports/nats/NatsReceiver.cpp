@@ -10,13 +10,13 @@ namespace {
 constexpr std::chrono::milliseconds confirmTimeout{5000};
 constexpr int pendingMessages = 1 << 20;
 
-}  // namespace
-
 std::uint64_t waitingIn(natsSubscription* subscription) {
   int messages = 0;
   if (natsSubscription_GetPending(subscription, &messages, nullptr) != NATS_OK) return 0;
   return static_cast<std::uint64_t>(std::max(messages, 0));
 }
+
+}  // namespace
 
 NatsReceiver::NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
                            const PayloadSequencer::Limits& limits)
@@ -60,6 +60,17 @@ NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message,
     if (const auto event = readEvent(text)) incoming.identity = *event;
   }
   return incoming;
+}
+
+TimePoint NatsReceiver::beginTurn(natsSubscription* subscription) {
+  const auto waiting = waitingIn(subscription);
+  _moreWaits = waiting > 0;
+  if (_moreWaits) _connection->outbox().expectMore();
+  return _clock.advance(Clock::now(), waiting);
+}
+
+void NatsReceiver::endTurn() {
+  if (!_moreWaits) _connection->outbox().flush();
 }
 
 void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {

@@ -46,6 +46,11 @@ class NatsReceiver {
   [[nodiscard]] static Incoming identify(std::shared_ptr<natsMsg> message,
                                          std::unique_ptr<Receipt> receipt = nullptr);
 
+  /// Around the handling of what has just been taken from the subscription, if anything: the time that
+  /// delivery has reached, and what goes out meanwhile goes out together if more waits.
+  [[nodiscard]] TimePoint beginTurn(natsSubscription* subscription);
+  void endTurn();
+
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
   void deliver(Incoming incoming, TimePoint arrival);
 
@@ -67,13 +72,13 @@ class NatsReceiver {
   void deliverEvent(const ProducerEvent& event);
   void refuse(Incoming& incoming);
 
-  std::int64_t _dropped = 0;  // the delivery thread's own
+  // The delivery thread's own.
+  std::int64_t _dropped = 0;
+  bool _moreWaits = false;
+
   std::atomic<bool> _stopped{false};
   std::mutex _mutex;
   std::shared_ptr<natsSubscription> _subscription;  // guarded by _mutex
 };
-
-/// How many messages wait in a subscription.
-[[nodiscard]] std::uint64_t waitingIn(natsSubscription* subscription);
 
 }  // namespace kestrel::streams

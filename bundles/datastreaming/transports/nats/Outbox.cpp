@@ -71,10 +71,11 @@ void Outbox::drain(std::unique_lock<std::mutex>& lock, int rounds) {
       why = refusal(status);
       failed.push_back(std::move(post));
     }
+    const bool hold = !onLoop && holdsBack();
     lock.unlock();
     // What the socket did not take is for the loop, which looks by itself after its own turn, but may not
     // know yet after that of another thread.
-    if (!onLoop && holdsBack()) {
+    if (hold) {
       _loop.wakeLater();
     } else if (!_loop.flush() && !onLoop) {
       _loop.wake();
@@ -127,7 +128,7 @@ bool Outbox::takesMore() const {
 
 bool Outbox::holdsBack() const {
   const auto until = _busyUntil.load(std::memory_order_relaxed);
-  return until != 0 && Clock::now().time_since_epoch().count() < until &&
+  return until != 0 && _connection != nullptr && Clock::now().time_since_epoch().count() < until &&
          natsConnection_Buffered(_connection) < mostHeldBack;
 }
 

@@ -34,8 +34,8 @@ class SocketLoop {
   /// Runs `writable` soon. Safe from any thread.
   void wake();
 
-  /// Runs `writable` after `heldBack`, for bytes that are not flushed at once. Safe from any thread, and cheap
-  /// when it was called before within that time.
+  /// Runs `writable` after `heldBack`, for bytes that are not flushed at once. Safe from any thread, and
+  /// cheap when it was called before within that time.
   void wakeLater();
 
   /// Writes what the client has buffered, as far as the socket takes it, unless the loop reads just now,

@@ -1,5 +1,7 @@
 #include "RequestTable.hpp"
 
+#include <mutex>
+
 namespace remote_connectivity::asyncio::util {
 
 std::pair<std::shared_future<DataStruct>, std::string> RequestTable::open(Time now) {

@@ -3,11 +3,11 @@
 #include <chrono>
 #include <deque>
 #include <future>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
 
+#include "BriefMutex.hpp"
 #include "remote_connectivity/asyncio/util/DataStruct.hpp"
 
 namespace remote_connectivity::asyncio::util {
@@ -44,7 +44,7 @@ class RequestTable {
   void sweep(Time now);  // under _mutex
 
   const IdSource _idSource;
-  mutable std::mutex _mutex;  // guards the members below
+  mutable BriefMutex _mutex;  // guards the members below
   std::unordered_map<std::string, std::promise<DataStruct>> _pending;
   std::deque<std::pair<Time, std::string>> _abandoned;  // oldest first
   bool _broken = false;

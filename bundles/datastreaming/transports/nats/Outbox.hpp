@@ -81,7 +81,7 @@ class Outbox {
 
   // So that a handler that takes its time does not delay others.
   static constexpr std::chrono::microseconds busy{100};
-  static constexpr int mostHeldBack = 16 << 10;
+  static constexpr int mostHeldBack = 32 << 10;
   // Large messages go one by one: what the socket did not take is moved in memory for each that follows.
   static constexpr int window = 64 << 10;
 

@@ -3,20 +3,12 @@
 #include <set>
 
 #include "LogCapture.hpp"
+#include "Outstanding.hpp"
 #include "kestrel/host/Host.hpp"
 #include "remote_connectivity/asyncio/util/DataStreamMessengerFactory.hpp"
 
 namespace library_test {
 
-using Options = std::unordered_map<std::string, std::any>;
-
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr int slowness = 10;
-#else
-constexpr int slowness = 1;
-#endif
-
-const Options fast{{"masgSizeRate", 1000000UL}};
 const Options fastBuffered{{"masgSizeRate", 1000UL}, {"producerUsesBuffer", true}};
 
 /// Messengers over the bundle's streams within this process.
@@ -73,18 +65,7 @@ INSTANTIATE_TEST_SUITE_P(Options, BothWaysOfSending, testing::Values(fast, fastB
 TEST_F(StreamsInProcess, HoldSixtyFourRequestsOutstandingFromEightThreads) {
   const auto server = makeServer();
   const auto client = make("there", "back");
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < 8; ++thread) {
-    threads.emplace_back([&, thread] {
-      std::vector<std::pair<std::shared_future<DataStruct>, std::string>> pending;
-      for (int i = 0; i < 40; ++i) {
-        pending.push_back(client->asyncRequest(DataStruct(number(thread * 100 + i))));
-        if (i < 8) continue;
-        const auto& [future, id] = pending[i - 8];
-        EXPECT_EQ(numberOf(client->getAsyncRequestResult(future, id).data), thread * 100 + i - 8);
-      }
-    });
-  }
+  holdSixtyFourRequestsOutstanding(*client);
 }
 
 TEST_F(StreamsInProcess, KeepPayloadsOfEightProducersWholeAndApart) {

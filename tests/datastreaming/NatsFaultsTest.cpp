@@ -70,34 +70,6 @@ std::string numbered(std::size_t number, std::size_t size) {
 constexpr std::size_t payloadSize = 300'000;
 constexpr std::size_t pieceSize = 100'000;
 
-TEST_F(NatsFaultsTest, DurablePayloadsArriveOnceAndInOrderThoughTheServerIsKilledTwice) {
-  constexpr std::size_t payloads = 60;
-  Inbox inbox;
-  Joiner joiner(inbox);
-  Ends ends{factory("durable")};
-  ends.startConsumer(joiner.callback());
-  ends.startProducer("YES");
-  std::vector<std::shared_future<std::string>> stored;
-  for (std::size_t i = 0; i < payloads; ++i) {
-    if (i == 20 || i == 40) {
-      inbox.wait(i / 4);
-      _server->kill();
-    }
-    for (auto& future : sendPieces(*ends.producer, numbered(i, payloadSize), pieceSize))
-      stored.push_back(future);
-    if (i == 25 || i == 45) _server->start();
-    const bool down = (i >= 20 && i < 25) || (i >= 40 && i < 45);
-    if (down || stored.size() < 100) continue;
-    ASSERT_TRUE(ready(stored[stored.size() - 100], "messages to be stored"));
-  }
-  const auto texts = inbox.waitTexts(payloads);
-  ASSERT_EQ(texts.size(), payloads);
-  for (std::size_t i = 0; i < payloads; ++i) ASSERT_EQ(texts[i], numbered(i, payloadSize)) << i;
-  for (const auto& future : stored) ASSERT_EQ(outcomeOf(future), "accepted");
-  EXPECT_EQ(ends.statistics().lost, 0U);
-  EXPECT_GE(ends.statistics().reconnects, 2U);
-}
-
 TEST_F(NatsFaultsTest, LiveLossIsCountedAndReportedAndTrafficResumes) {
   Inbox inbox, errors;
   Joiner joiner(inbox);
@@ -158,23 +130,6 @@ TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessor
   EXPECT_EQ(second.waitTexts(1)[0], calls < 7 ? "abcdef" : "");
   EXPECT_EQ(first.waitTexts(4)[0], "done");
   EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
-}
-
-TEST_F(NatsFaultsTest, SecondConsumerOfADurableStreamIsRefused) {
-  Inbox inbox;
-  Ends first{factory("durable")}, second{factory("durable")};
-  first.startConsumer(inbox.callback());
-  try {
-    second.startConsumer(inbox.callback());
-    FAIL() << "it was let in";
-  } catch (const std::runtime_error& error) {
-    EXPECT_THAT(error.what(), HasSubstr("already has a consumer"));
-  }
-  first.startProducer();
-  (void)sendText(*first.producer, "x");
-  EXPECT_EQ(inbox.waitTexts(1)[0], "x");
-  first.consumer.reset();
-  second.startConsumer(inbox.callback());
 }
 
 TEST_F(NatsFaultsTest, StoredMessagesThatExpireUnreadAreReported) {

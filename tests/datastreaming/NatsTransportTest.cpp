@@ -20,14 +20,15 @@ namespace {
 
 const TransportCase liveCase{.name = "NatsLive",
                              .make = [](std::uint64_t) { return std::make_unique<NatsFixture>("live"); },
-                             .refusesWhenFull = false};
+                             .keepsBacklog = false,
+                             .mostForOne = "1048576"};
 
 const TransportCase durableCase{
     .name = "NatsDurable",
     .make = [](std::uint64_t) { return std::make_unique<NatsFixture>("durable"); },
-    .severalConsumers = false,
-    .refusesWhenFull = false,
-    .acknowledgesWithId = false};
+    .broadcasts = false,
+    .acknowledgesWithId = false,
+    .mostForOne = "1048576"};
 
 INSTANTIATE_TEST_SUITE_P(Nats, TransportSuite, testing::Values(liveCase, durableCase),
                          [](const auto& info) { return std::string(info.param.name); });

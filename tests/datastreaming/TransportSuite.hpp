@@ -31,9 +31,10 @@ struct TransportCase {
   const char* name;
   /// Makes the fixture with a bound for what waits for one consumer, in bytes.
   std::function<std::unique_ptr<TransportFixture>(std::uint64_t queueLimit)> make;
-  bool severalConsumers = true;    ///< each consumer of a stream gets every message
-  bool refusesWhenFull = true;     ///< a message for which a consumer has no room fails in send()
-  bool acknowledgesWithId = true;  ///< an acknowledgement is the message's id
+  bool broadcasts = true;             ///< each consumer gets every message; else a second one is refused
+  bool keepsBacklog = true;           ///< for a consumer that comes later
+  bool acknowledgesWithId = true;     ///< else with the message's number in the store
+  const char* mostForOne = "200000";  ///< bytes, as the refusal of a larger message says
 };
 
 inline void PrintTo(const TransportCase& transport, std::ostream* out) {
@@ -93,6 +94,7 @@ class TransportSuite : public testing::TestWithParam<TransportCase> {
   using Stream = std::shared_ptr<datastreaming::Stream>;
 
   static constexpr std::uint64_t limit = 200'000;
+  static inline const std::string tooLarge = std::string(1'200'000, 'x');
 
   void SetUp() override {
     if (const std::string why = _fixture->unavailable(); !why.empty()) GTEST_SKIP() << why;

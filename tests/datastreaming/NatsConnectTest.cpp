@@ -1,11 +1,9 @@
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <thread>
 
 #include "NatsCases.hpp"
@@ -158,92 +156,6 @@ TEST_F(NatsTlsTest, LargeMessagesCrossTls) {
   for (std::size_t i = 0; i < 10; ++i)
     ASSERT_EQ(texts[i], std::string(1'000'000, static_cast<char>('a' + i)));
 }
-
-std::size_t entriesOf(const char* folder) {
-  DIR* const directory = ::opendir(folder);
-  std::size_t count = 0;
-  while (::readdir(directory) != nullptr) ++count;
-  ::closedir(directory);
-  return count;
-}
-
-/// A factory with both ends of a stream that talks to itself.
-struct Traffic {
-  explicit Traffic(const std::string& url) : factory(natsFactory(url)) {
-    stream = factory->getStream("s", {});
-    consumer = factory->createConsumer(stream);
-    consumer->setDataCallback([this](const auto*, auto, const auto&, auto&) { ++received; });
-    consumer->start().get();
-    producer = factory->createProducer(stream, {});
-    producer->start().get();
-  }
-  void send(std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) sendPieces(*producer, std::string(30'000, 'x'), 10'000);
-  }
-  void destroy(std::size_t order) {
-    const std::array<std::function<void()>, 4> steps{[this] { factory.reset(); }, [this] { stream.reset(); },
-                                                     [this] { consumer.reset(); },
-                                                     [this] { producer.reset(); }};
-    for (std::size_t i = 0; i < steps.size(); ++i) steps[(i + order) % steps.size()]();
-  }
-
-  std::atomic<int> received = 0;
-  std::shared_ptr<datastreaming::StreamsFactory> factory;
-  std::shared_ptr<datastreaming::Stream> stream;
-  std::shared_ptr<datastreaming::Consumer> consumer;
-  std::shared_ptr<datastreaming::Producer> producer;
-};
-
-struct Leaving {
-  const char* name;
-  const char* query;
-  bool serverDown;
-};
-void PrintTo(const Leaving& leaving, std::ostream* out) {
-  *out << leaving.name;
-}
-
-class NatsLeavingTest : public testing::TestWithParam<Leaving> {};
-
-TEST_P(NatsLeavingTest, DestructionInAnyOrderLeavesNoThreadAndNoDescriptorBehind) {
-  if (const auto why = NatsServer::unavailable(); !why.empty()) GTEST_SKIP() << why;
-  NatsServer server;
-  const std::string url = server.url(GetParam().query);
-  Traffic{url}.send(1);  // the client's own threads start once and stay
-  std::size_t threads = 0, descriptors = 0;
-  const auto count = [&] {
-    threads = entriesOf("/proc/self/task");
-    descriptors = entriesOf("/proc/self/fd");
-  };
-  count();
-  const std::size_t threadsBefore = threads, descriptorsBefore = descriptors;
-  for (std::size_t order = 0; order < 4; ++order) {
-    auto traffic = std::make_unique<Traffic>(url);
-    traffic->send(20);
-    if (GetParam().serverDown) server.kill();
-    traffic->send(20);
-    const auto begun = std::chrono::steady_clock::now();
-    traffic->destroy(order);
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
-    traffic.reset();
-    if (GetParam().serverDown) server.start();
-  }
-  // A thread that has been joined may still be listed for a moment.
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  do {
-    count();
-  } while ((threads > threadsBefore || descriptors > descriptorsBefore) &&
-           std::chrono::steady_clock::now() < deadline);
-  EXPECT_LE(threads, threadsBefore);
-  EXPECT_LE(descriptors, descriptorsBefore);
-}
-
-INSTANTIATE_TEST_SUITE_P(Nats, NatsLeavingTest,
-                         testing::Values(Leaving{"LiveServerUp", "delivery=live", false},
-                                         Leaving{"LiveServerDown", "delivery=live", true},
-                                         Leaving{"DurableServerUp", "delivery=durable", false},
-                                         Leaving{"DurableServerDown", "delivery=durable", true}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace kestrel::streams

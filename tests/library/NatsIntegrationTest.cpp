@@ -1,4 +1,7 @@
 #include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <functional>
 #include <mutex>
 #include <numeric>
 #include <set>
@@ -20,6 +23,10 @@ class MessengersOverNats : public testing::Test, public testing::WithParamInterf
   void SetUp() override {
     if (const auto why = NatsServer::unavailable(); !why.empty()) GTEST_SKIP() << why;
     server = std::make_unique<NatsServer>();
+    open();
+  }
+  void open() {
+    host = std::make_unique<kestrel::host::Host>();
     near = std::make_unique<DataStreamMessengerFactory>("", url());
     far = std::make_unique<DataStreamMessengerFactory>("", url());
   }
@@ -28,7 +35,7 @@ class MessengersOverNats : public testing::Test, public testing::WithParamInterf
   }
 
   const LogCapture log;
-  const kestrel::host::Host host;
+  std::unique_ptr<kestrel::host::Host> host;
   std::unique_ptr<NatsServer> server;
   std::unique_ptr<DataStreamMessengerFactory> near, far;
 };
@@ -120,6 +127,59 @@ TEST_P(MessengersOverNats, CarryLargeArraysThroughAServerThatIsKilledTwice) {
     const bool lost = std::set<int>(numbers.begin(), numbers.end()).size() <= LargeArrays::count;
     EXPECT_EQ(log.count("are missing") > 0, lost) << "what did not come must be reported";
   }
+}
+
+/// What the process holds that a forgotten thread or connection would add to.
+struct Held {
+  static std::size_t entriesOf(const char* folder) {
+    const std::filesystem::directory_iterator entries(folder);
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+  }
+  std::size_t threads = entriesOf("/proc/self/task");
+  std::size_t descriptors = entriesOf("/proc/self/fd");
+};
+
+TEST_P(MessengersOverNats, LeaveNothingBehindInWhateverOrderAllIsDestroyed) {
+  Messenger sending, receiving;
+  std::atomic<int> received = 0;
+  std::vector<std::function<void()>> steps{[&] { host.reset(); }, [&] { near.reset(); }, [&] { far.reset(); },
+                                           [&] { sending.reset(); }, [&] { receiving.reset(); }};
+  int rounds = 0;
+  const auto runAndDestroy = [&](bool serverDown) {
+    // A durable stream would keep what this round leaves unread.
+    const std::string there = "there " + std::to_string(++rounds);
+    const std::string back = "back " + std::to_string(rounds);
+    sending = near->createSendReceiveMessenger(there, back, fast);
+    receiving = far->createSendReceiveMessenger(back, there, fast);
+    receiving->setReceiveHandler([&](const DataStruct&) { ++received; });
+    const auto send = [&](int count) {
+      for (int i = 0; i < count; ++i) sending->send(LargeArrays::message(i));
+    };
+    received = 0;
+    send(1);
+    ASSERT_TRUE(eventually("the first array", [&] { return received > 0; }));
+    if (serverDown) server->kill();
+    send(3);
+    EXPECT_LT(timeOf([&] {
+                for (const auto& step : steps) step();
+              }),
+              10s);
+    if (serverDown) server->start();
+  };
+  runAndDestroy(false);  // some threads of the client and the pool start once and stay
+  const Held before;
+  for (int order = 0; order < 10; ++order) {
+    open();
+    runAndDestroy(order % 2 == 1);
+    std::rotate(steps.begin(), steps.begin() + 1, steps.end());
+    if (order == 4) std::reverse(steps.begin(), steps.end());
+  }
+  // A thread that has been joined may still be listed for a moment.
+  const auto nothingLeft = [&] {
+    const Held now;
+    return now.threads <= before.threads && now.descriptors <= before.descriptors;
+  };
+  EXPECT_TRUE(eventually("threads and descriptors to be given back", nothingLeft));
 }
 
 INSTANTIATE_TEST_SUITE_P(Nats, MessengersOverNats, testing::Values("live", "durable"));

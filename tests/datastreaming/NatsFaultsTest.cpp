@@ -8,6 +8,7 @@
 #include <kestrel/datastreaming/Keys.hpp>
 
 #include "NatsCases.hpp"
+#include "transports/nats/NatsHandles.hpp"
 
 namespace kestrel::streams {
 namespace {
@@ -130,6 +131,61 @@ TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessor
   EXPECT_EQ(second.waitTexts(1)[0], calls < 7 ? "abcdef" : "");
   EXPECT_EQ(first.waitTexts(4)[0], "done");
   EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
+}
+
+/// A program that uses the server by itself.
+class Stranger {
+ public:
+  explicit Stranger(const NatsServer& server) {
+    natsConnection* raw = nullptr;
+    require(natsConnection_ConnectTo(&raw, server.url().c_str()), "connecting");
+    _connection.reset(raw, natsConnection_Destroy);
+  }
+  void publish(const std::string& subject, const char* status) {
+    natsMsg* raw = nullptr;
+    require(natsMsg_Create(&raw, subject.c_str(), nullptr, nullptr, 0), "making a message");
+    const NatsMessage message(raw);
+    if (status != nullptr) require(natsMsgHeader_Set(raw, "Status", status), "setting a header");
+    require(natsConnection_PublishMsg(_connection.get(), raw), "publishing");
+    require(natsConnection_Flush(_connection.get()), "flushing");
+  }
+  void removeStore(const std::string& name) {
+    jsCtx* raw = nullptr;
+    require(natsConnection_JetStream(&raw, _connection.get(), nullptr), "preparing JetStream");
+    const JetStreamContext context(raw);
+    require(js_DeleteStream(raw, name.c_str(), nullptr, nullptr), "removing a store");
+  }
+
+ private:
+  std::shared_ptr<natsConnection> _connection;
+};
+
+TEST_F(NatsFaultsTest, MessagesOfOtherProgramsAreDroppedAndReported) {
+  Inbox inbox, errors;
+  Ends ends{factory("live")};
+  ends.startConsumer(inbox.callback(), [&](const std::exception& error) {
+    errors.add({error.what(), "", {}});
+  });
+  Stranger stranger(*_server);
+  for (const char* status : {static_cast<const char*>(nullptr), "503", "100"}) {
+    stranger.publish("kestrel.live.faults", status);
+  }
+  errors.wait(3);
+  ends.startProducer();
+  (void)sendText(*ends.producer, "ours");
+  EXPECT_EQ(inbox.waitTexts(1)[0], "ours");
+  EXPECT_EQ(ends.statistics().lost, 3U);
+}
+
+TEST_F(NatsFaultsTest, DurableMessageWaitsForAStoreThatIsAwayForAWhile) {
+  Ends ends{factory("durable")};
+  ends.startProducer("YES");
+  EXPECT_EQ(sendText(*ends.producer, "a").get(), "1");
+  Stranger(*_server).removeStore("KESTREL_faults");
+  const auto waits = sendText(*ends.producer, "b");
+  EXPECT_NE(waits.wait_for(std::chrono::milliseconds(300)), std::future_status::ready);
+  Ends again{factory("durable")};
+  EXPECT_EQ(outcomeOf(waits), "accepted");
 }
 
 struct Retention {

@@ -78,6 +78,11 @@ void DurablePublisher::replied(std::uint64_t number, natsMsg* reply) {
   if (done && done->stored) done->stored->set_value(std::to_string(answer.sequence));
 }
 
+void DurablePublisher::unreceived() {
+  const std::lock_guard lock(_mutex);
+  _ledger.suspend("no server holds the stream's store at the moment", Clock::now());
+}
+
 bool DurablePublisher::beat() {
   std::vector<PublishLedger::Entry> expired;
   std::string why;

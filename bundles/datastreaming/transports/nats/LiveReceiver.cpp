@@ -41,9 +41,10 @@ void LiveReceiver::run() {
     } else if (status == NATS_TIMEOUT) {
       reportDropped(subscription.get());
       _pipeline->tick(now);
+    } else if (status == NATS_NO_RESPONDERS) {  // so the client calls a message that says so, whoever sent it
+      refuse({});
     } else {
-      reportClosed();
-      return;
+      return reportClosed();
     }
   }
 }

@@ -81,7 +81,7 @@ void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
   const auto* stamp = std::get_if<Stamp>(&incoming.identity);
   natsMsg* const message = incoming.message.get();
   auto attributes = stamp != nullptr ? readAttributes(message) : std::nullopt;
-  if (!attributes) return refuse(incoming);
+  if (!attributes) return refuse(std::move(incoming));
   Frame frame;
   frame.stamp = *stamp;
   frame.arrival = arrival;
@@ -101,7 +101,7 @@ void NatsReceiver::deliverEvent(const ProducerEvent& event) {
   }
 }
 
-void NatsReceiver::refuse(Incoming& incoming) {
+void NatsReceiver::refuse(Incoming incoming) {
   StreamCounters::add(_context->counters.lost);
   _errors->report(
       "a message without a valid stamp and attributes was dropped; only programs of this library may publish "

@@ -54,6 +54,9 @@ class NatsReceiver {
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
   void deliver(Incoming incoming, TimePoint arrival);
 
+  /// Drops what comes from no producer of ours, and reports it.
+  void refuse(Incoming incoming);
+
   [[nodiscard]] bool stopped() const { return _stopped; }
   /// How long to wait for a message, at most that long.
   [[nodiscard]] std::int64_t waitFor(std::chrono::milliseconds most) const;
@@ -70,7 +73,6 @@ class NatsReceiver {
 
  private:
   void deliverEvent(const ProducerEvent& event);
-  void refuse(Incoming& incoming);
 
   // The delivery thread's own.
   std::int64_t _dropped = 0;

@@ -42,10 +42,14 @@ std::optional<PublishLedger::Entry> PublishLedger::stored(std::uint64_t sequence
 }
 
 void PublishLedger::failed(std::uint64_t sequence, const std::string& why, TimePoint now) {
-  _lastFailure = why;
   const bool known = std::any_of(_entries.begin(), _entries.end(),
                                  [&](const Entry& entry) { return entry.sequence == sequence; });
-  if (!known) return;
+  if (known) suspend(why, now);
+}
+
+void PublishLedger::suspend(const std::string& why, TimePoint now) {
+  if (_published == 0) return;
+  _lastFailure = why;
   restart();
   _pausedUntil = now + _limits.pause;
 }

@@ -64,8 +64,10 @@ void ReplyInbox::run(natsSubscription* subscription) {
     const NatsMessage reply(raw);
     if (status == NATS_OK) {
       dispatch(reply.get());
-    } else if (status != NATS_TIMEOUT && status != NATS_SLOW_CONSUMER) {
-      return;  // closed
+    } else if (status == NATS_NO_RESPONDERS) {
+      for (const auto& [key, sink] : sinks()) sink->unreceived();
+    } else if (status == NATS_CONNECTION_CLOSED || status == NATS_INVALID_SUBSCRIPTION) {
+      return;
     }
     const auto now = std::chrono::steady_clock::now();
     if (now < nextBeat) continue;

@@ -14,12 +14,15 @@
 
 namespace kestrel::streams {
 
-/// Waits for what the server answers to messages of its own. The first two are called on the inbox's thread,
-/// one call at a time.
+/// Waits for what the server answers to messages of its own. The first three are called on the inbox's
+/// thread, one call at a time.
 class ReplySink {
  public:
   virtual ~ReplySink() = default;
   virtual void replied(std::uint64_t number, natsMsg* reply) = 0;
+  /// The server had nobody to give a message to that wanted an answer. The client does not say which, so
+  /// every sink is told.
+  virtual void unreceived() {}
   /// Comes about every ReplyInbox::interval, for time-outs. Returns false once no reply can matter any more.
   virtual bool beat() { return true; }
   /// Whether no reply is waited for. From any thread.

@@ -1,7 +1,6 @@
 #include "transports/nats/StoreReply.hpp"
 
 #include <charconv>
-#include <cstring>
 
 namespace kestrel::streams {
 
@@ -32,10 +31,6 @@ StoreReply readStoreReply(std::string_view json) {
 }
 
 StoreReply readStoreReply(natsMsg* reply) {
-  const char* status = nullptr;
-  if (natsMsgHeader_Get(reply, "Status", &status) == NATS_OK && std::strcmp(status, "503") == 0) {
-    return {0, "no store of the server takes the stream's messages"};
-  }
   return readStoreReply(
       std::string_view(natsMsg_GetData(reply), static_cast<std::size_t>(natsMsg_GetDataLength(reply))));
 }

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <kestrel/datastreaming/Keys.hpp>
+#include <random>
 #include <sstream>
 
 namespace kestrel::streams {
@@ -157,6 +159,100 @@ TEST(PayloadSequencer, RemembersABoundedNumberOfProducersAndKeepsThoseWithAnOpen
   for (char producer = 'B'; producer <= 'Z'; ++producer) script.run(std::string{producer, '1'});
   EXPECT_LE(script.sequencer.producersKnown(), 8U);
   EXPECT_EQ(script.sequencer.activeProducer(), std::uint64_t{'A'});
+}
+
+/// Four producers whose messages are mixed and lost at random.
+class RandomTraffic {
+ public:
+  explicit RandomTraffic(unsigned seed) : _random(seed) {}
+
+  void run(std::size_t messages) {
+    for (std::size_t i = 0; i < messages; ++i)
+      send(_sources[_random() % _sources.size()], _random() % 12 == 0);
+    for (Source& source : _sources) {
+      while (source.piecesLeft > 0) send(source, _random() % 4 == 0);
+      send(source, false);  // shows what is missing before it
+    }
+    _sequencer.tick(_now + std::chrono::hours(1));
+    take();
+    for (const Source& source : _sources) _expected += source.stamp.sequence - source.first + 1;
+    EXPECT_EQ(_delivered + _lost, _expected) << "each message is delivered or counted";
+    EXPECT_EQ(_open, Payload()) << "each payload ends";
+  }
+
+ private:
+  using Payload = std::pair<std::uint64_t, std::uint64_t>;  // producer and number
+  struct Source {
+    Stamp stamp;
+    std::uint64_t first = 0;  // that arrived
+    std::size_t piecesLeft = 0;
+    std::uint64_t delivered = 0;
+  };
+
+  void send(Source& source, bool isLost) {
+    Stamp& stamp = source.stamp;
+    stamp.producer = static_cast<std::uint64_t>(&source - _sources.data()) + 1;
+    ++stamp.sequence;
+    if (source.piecesLeft == 0) {
+      stamp.chunked = _random() % 2 == 0;
+      source.piecesLeft = stamp.chunked ? 1 + _random() % 5 : 1;
+      ++stamp.payload;
+      stamp.chunkIndex = 0;
+    } else {
+      ++stamp.chunkIndex;
+    }
+    stamp.last = --source.piecesLeft == 0;
+    if (isLost) return;
+    if (source.first == 0) source.first = stamp.sequence;
+    Frame frame;
+    frame.stamp = stamp;
+    frame.arrival = _now;
+    if (stamp.chunked) {
+      frame.attributes = {{MessageAttributes::CompressionType, "chunk"},
+                          {MessageAttributes::UnCompressedSize, stamp.last ? 0L : 1L}};
+    }
+    _sequencer.accept(std::move(frame));
+    take();
+  }
+
+  void take() {
+    while (auto action = _sequencer.next()) std::visit([this](auto& what) { check(what); }, *action);
+  }
+  void check(const PayloadSequencer::Deliver& deliver) {
+    const Stamp& stamp = deliver.frame.stamp;
+    std::uint64_t& before = _sources[stamp.producer - 1].delivered;
+    EXPECT_GT(stamp.sequence, before) << "in the producer's order";
+    before = stamp.sequence;
+    ++_delivered;
+    if (!stamp.chunked) return;
+    EXPECT_EQ(_open, stamp.chunkIndex == 0 ? Payload() : Payload(stamp.producer, stamp.payload));
+    EXPECT_EQ(stamp.chunkIndex, _nextIndex);
+    _nextIndex = stamp.last ? 0 : stamp.chunkIndex + 1;
+    _open = stamp.last ? Payload() : Payload(stamp.producer, stamp.payload);
+  }
+  void check(const PayloadSequencer::EndPayload& end) {
+    EXPECT_EQ(_open, Payload(end.stamp.producer, end.stamp.payload));
+    _open = {};
+    _nextIndex = 0;
+  }
+  void check(const PayloadSequencer::Loss& loss) { _lost += loss.messages; }
+
+  std::minstd_rand _random;
+  PayloadSequencer _sequencer;
+  std::array<Source, 4> _sources;
+  const TimePoint _now{std::chrono::hours(1)};
+  Payload _open;
+  std::uint32_t _nextIndex = 0;
+  std::uint64_t _delivered = 0;
+  std::uint64_t _lost = 0;
+  std::uint64_t _expected = 0;
+};
+
+TEST(PayloadSequencer, KeepsPayloadsWholeAndCountsEveryLossWhateverComes) {
+  for (unsigned seed = 1; seed <= 200 && !testing::Test::HasFailure(); ++seed) {
+    SCOPED_TRACE(seed);
+    RandomTraffic(seed).run(300);
+  }
 }
 
 }  // namespace

@@ -96,16 +96,23 @@ natsStatus SocketLoop::detach(void* userData) {
 
 bool SocketLoop::flush() {
   natsConnection* const connection = _connection;
-  if (natsConnection_Buffered(connection) <= 0) return true;
+  if (natsConnection_Buffered(connection) <= 0) {
+    _wantsWrite = false;  // should the client want it again just now, it wakes the loop as well
+    return true;
+  }
+  if (write(connection)) return true;
+  _wantsWrite = true;
+  return false;
+}
+
+bool SocketLoop::write(natsConnection* connection) {
   const std::unique_lock lock(_using, std::try_to_lock);
   // While the client reconnects, its buffer still holds what the old connection did not take.
   if (!lock || natsConnection_Status(connection) != NATS_CONN_STATUS_CONNECTED) return false;
   const FlushesItself mark;
   natsConnection_ProcessWriteEvent(connection);
   _fresh = false;
-  if (natsConnection_Buffered(connection) <= 0) return true;
-  _wantsWrite = true;
-  return false;
+  return natsConnection_Buffered(connection) <= 0;
 }
 
 void SocketLoop::run() {

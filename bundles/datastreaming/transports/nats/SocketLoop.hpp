@@ -72,6 +72,7 @@ class SocketLoop {
   static natsStatus setRead(void* userData, bool wanted);
   static natsStatus setWrite(void* userData, bool wanted);
   static natsStatus detach(void* userData);
+  [[nodiscard]] bool write(natsConnection* connection);
   void run();
   void turn();
 

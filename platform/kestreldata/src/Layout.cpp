@@ -24,6 +24,9 @@ using detail::Strings;
 constexpr std::size_t payloadAlignment = 64;
 constexpr std::size_t smallestAlignedPayload = 4096;
 
+// Arrays in one message, cells included.
+constexpr std::size_t usualNodes = 8;
+
 // A cell's tag and its length.
 constexpr std::size_t leastFrameSize = 2;
 
@@ -81,6 +84,7 @@ std::size_t detail::textSize(const Strings& strings) noexcept {
 }
 
 EncodedArray::Layout::Layout(const Array& array) {
+  _nodes.reserve(usualNodes);
   examine(array, 1);
   measure(array);
   if (_hasFillers) {

@@ -1,5 +1,6 @@
 #include "transports/nats/Outbox.hpp"
 
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -57,7 +58,7 @@ void Outbox::pump() {
 void Outbox::drain(std::unique_lock<std::mutex>& lock, int rounds) {
   const bool onLoop = rounds == 0;
   bool more = false;
-  std::deque<Post> failed;
+  std::vector<Post> failed;
   std::string why;
   do {
     _pumpAgain = false;
@@ -95,19 +96,20 @@ void Outbox::open(natsConnection* connection) {
 }
 
 void Outbox::close(const std::string& why) {
-  std::deque<Post> dropped;
+  std::vector<Post> dropped;
   {
     const std::lock_guard lock(_mutex);
     if (_closed) return;
     _closed = why;
     _connection = nullptr;
-    dropped.swap(_waiting);
+    dropped.assign(std::move_iterator(_waiting.begin()), std::move_iterator(_waiting.end()));
+    _waiting.clear();
     _waitingBytes = 0;
   }
   reportFailed(dropped, why);
 }
 
-void Outbox::reportFailed(const std::deque<Post>& failed, const std::string& why) {
+void Outbox::reportFailed(std::span<const Post> failed, const std::string& why) {
   std::map<Poster*, std::vector<std::uint64_t>> tags;
   for (const Post& post : failed) {
     if (post.poster) tags[post.poster.get()].push_back(post.tag);

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,7 +67,7 @@ class Outbox {
   [[nodiscard]] bool empty();
 
  private:
-  static void reportFailed(const std::deque<Post>& failed, const std::string& why);
+  static void reportFailed(std::span<const Post> failed, const std::string& why);
   [[nodiscard]] bool takesMore() const;
   // Both are for the thread that pumps, with the lock held; it is given up while the client or the system
   // works. drain() ends the pumping and leaves the lock open; after so many rounds, unless 0, the loop goes

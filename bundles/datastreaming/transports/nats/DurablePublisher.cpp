@@ -24,6 +24,7 @@ std::shared_ptr<DurablePublisher> DurablePublisher::create(NatsConnection& conne
       new DurablePublisher(connection, std::move(context), std::move(errors)));
   publisher->_replyPrefix = connection.inbox().add(publisher);
   connection.watch(publisher);
+  if (connection.closed()) publisher->closed(connection.lastFailure());  // it may have been just before
   return publisher;
 }
 

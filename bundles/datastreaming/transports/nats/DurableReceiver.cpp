@@ -21,8 +21,8 @@ PayloadSequencer::Limits durableLimits(const NatsEndpoint& endpoint) {
   PayloadSequencer::Limits limits;
   // Its producer may be trying to store the next piece for that long.
   limits.silence = endpoint.retry + std::chrono::seconds(10);
-  // Beyond it something would be lost; the server holds back what is not asked for.
-  limits.waitingBytes = 1ULL << 30;
+  // What waits behind an unfinished payload must not be lost: no more than this can be stored.
+  limits.waitingBytes = std::max<std::uint64_t>(1ULL << 30, static_cast<std::uint64_t>(endpoint.maxBytes));
   return limits;
 }
 

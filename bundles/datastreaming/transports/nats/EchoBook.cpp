@@ -21,7 +21,7 @@ std::shared_future<std::string> EchoBook::expect(const std::shared_ptr<EchoBook>
   }
   const auto refusal =
       outbox.post({makeSignal(book->_prefix + std::to_string(number)), cost, number, book, 0});
-  if (refusal) book->fail(number, number, *refusal);
+  if (refusal) book->postsFailed({number}, *refusal);
   return result;
 }
 
@@ -43,20 +43,36 @@ bool EchoBook::idle() {
 }
 
 void EchoBook::postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) {
-  for (const auto tag : tags) fail(tag, tag, why);
+  for (const auto tag : tags) {
+    failIf([tag](std::uint64_t number, const Expected&) { return number == tag; }, why);
+  }
+}
+
+/// Before it goes: a connection that is lost just now must find it marked.
+void EchoBook::posting(std::uint64_t tag) noexcept {
+  const std::lock_guard lock(_mutex);
+  const auto found = _expected.find(tag);
+  if (found != _expected.end()) found->second.posted = true;
+}
+
+void EchoBook::abandon(const std::string& why) {
+  failIf([](std::uint64_t, const Expected&) { return true; }, why);
 }
 
 /// What still waits to be posted may yet be confirmed.
 void EchoBook::disconnected() {
-  fail(0, _lastPosted, "the connection was lost before the server confirmed the message");
+  failIf([](std::uint64_t, const Expected& expected) { return expected.posted; },
+         "the connection was lost before the server confirmed the message");
 }
 
-void EchoBook::fail(std::uint64_t from, std::uint64_t to, const std::string& why) {
+template <class Condition>
+void EchoBook::failIf(Condition condition, const std::string& why) {
   std::map<std::uint64_t, Expected> failed;
   {
     const std::lock_guard lock(_mutex);
-    for (auto at = _expected.lower_bound(from); at != _expected.end() && at->first <= to;) {
-      failed.insert(_expected.extract(at++));
+    for (auto at = _expected.begin(); at != _expected.end();) {
+      const auto each = at++;
+      if (condition(each->first, each->second)) failed.insert(_expected.extract(each));
     }
   }
   for (auto& [number, expected] : failed) {

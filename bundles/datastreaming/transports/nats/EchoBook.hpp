@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <future>
 #include <map>
 #include <memory>
@@ -27,8 +26,8 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
 
   void replied(std::uint64_t number, natsMsg* reply) override;
   [[nodiscard]] bool idle() override;
-  void abandon(const std::string& why) override { fail(0, UINT64_MAX, why); }
-  void posted(std::uint64_t tag) noexcept override { _lastPosted = tag; }
+  void abandon(const std::string& why) override;
+  void posting(std::uint64_t tag) noexcept override;
   void postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) override;
   void disconnected() override;
   void closed(const std::string& why) override { abandon(why); }
@@ -37,11 +36,12 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
   struct Expected {
     std::promise<std::string> promise;
     std::string text;
+    bool posted = false;  // it may have gone to the connection
   };
-  void fail(std::uint64_t from, std::uint64_t to, const std::string& why);
+  template <class Condition>
+  void failIf(Condition condition, const std::string& why);
 
   std::string _prefix;
-  std::atomic<std::uint64_t> _lastPosted{0};
 
   std::mutex _mutex;
   // Guarded by _mutex.

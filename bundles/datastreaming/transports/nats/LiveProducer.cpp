@@ -68,8 +68,7 @@ ProducerBase::Outcome LiveProducer::transmit(const Outgoing& message) {
                   _connection->maxPayload());
   if (auto* why = std::get_if<std::string>(&made)) return {std::move(*why), {}};
   auto& outgoing = std::get<OutgoingMessage>(made);
-  auto refusal =
-      _connection->outbox().post({std::move(outgoing.message), outgoing.wireSize, 0, _failures, 0});
+  auto refusal = _connection->outbox().post({std::move(outgoing.message), outgoing.cost(), 0, _failures, 0});
   if (refusal) return {std::move(refusal), {}};
   _heard = true;
   if (!_acknowledge) return {std::nullopt, emptyAcknowledgement()};

@@ -18,7 +18,7 @@
 namespace kestrel::streams {
 
 /// One connection to a server of the endpoint, which comes back by itself when it is lost. Safe from any
-/// thread. Held by shared pointers; whoever lets go last closes it, within about a second.
+/// thread. Held by shared pointers; whoever lets go last closes it, within some seconds.
 class NatsConnection {
  public:
   /// Connects. Throws std::runtime_error that names the endpoint and the cause.

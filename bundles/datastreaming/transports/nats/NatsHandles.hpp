@@ -22,7 +22,7 @@ using JetStreamContext = std::unique_ptr<jsCtx, NatsDeleter<jsCtx, jsCtx_Destroy
 ///
 /// The client hands every message that is destroyed to a thread of its own, which wakes up for it. At many
 /// messages a second that costs more than anything else, so messages are let go of many at a time: those
-/// used last, a quarter of a megabyte at most, stay until more follow.
+/// used last, a quarter of a megabyte of data at most, stay until more follow.
 [[nodiscard]] std::shared_ptr<natsMsg> share(natsMsg* message);
 
 /// What a status means, with the client's own remark about the newest failure of this thread.

@@ -138,11 +138,11 @@ natsStatus Outbox::publish(std::unique_lock<std::mutex>& lock, const Post& post)
   natsConnection* const connection = _connection;
   lock.unlock();
   natsStatus status = NATS_OK;
+  if (post.poster) post.poster->posting(post.tag);
   {
     const SocketLoop::FlushesItself mark;
     status = natsConnection_PublishMsg(connection, post.message.get());
   }
-  if (status == NATS_OK && post.poster) post.poster->posted(post.tag);
   lock.lock();
   return status;
 }

@@ -21,9 +21,9 @@ class Poster {
  public:
   virtual ~Poster() = default;
 
-  /// The message has gone to the connection. Called by one thread at a time, in the order of sending: it must
-  /// not post.
-  virtual void posted(std::uint64_t tag) noexcept { (void)tag; }
+  /// The message is about to go to the connection. Called by one thread at a time, in the order of sending:
+  /// it must not post.
+  virtual void posting(std::uint64_t tag) noexcept { (void)tag; }
   /// Messages that waited could not be sent. Called with no lock held.
   virtual void postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) {
     (void)tags;

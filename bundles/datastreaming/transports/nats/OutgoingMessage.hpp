@@ -25,6 +25,9 @@ struct MessageParts {
 struct OutgoingMessage {
   std::shared_ptr<natsMsg> message;
   std::uint64_t wireSize = 0;  ///< headers and bytes
+
+  /// The memory that it takes while it waits: the client's own of a message with a header is about that much.
+  [[nodiscard]] std::uint64_t cost() const { return wireSize + 400; }
 };
 
 /// Makes the message; or returns why it cannot be sent to a server that takes that many bytes.

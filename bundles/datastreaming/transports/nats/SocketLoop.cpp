@@ -51,6 +51,11 @@ void SocketLoop::wake() {
   [[maybe_unused]] const auto written = ::write(_event.get(), &one, sizeof one);
 }
 
+void SocketLoop::settle() {
+  { const std::lock_guard lock(_using); }
+  wake();  // a flush may have found the lock taken
+}
+
 void SocketLoop::wakeLater() {
   if (_timed.exchange(true)) return;
   itimerspec once{};
@@ -74,6 +79,7 @@ natsStatus SocketLoop::attach(void** userData, void* loop, natsConnection* conne
 
 natsStatus SocketLoop::setRead(void* userData, bool wanted) {
   auto* const self = static_cast<SocketLoop*>(userData);
+  if (!wanted) self->_socket = -1;  // it is about to be closed, and its number may come back at once
   if (self->_wantsRead.exchange(wanted) != wanted) self->wake();
   return NATS_OK;
 }
@@ -101,7 +107,7 @@ bool SocketLoop::flush() {
     return true;
   }
   if (write(connection)) return true;
-  _wantsWrite = true;
+  if (natsConnection_Status(connection) == NATS_CONN_STATUS_CONNECTED) _wantsWrite = true;
   return false;
 }
 

@@ -46,7 +46,7 @@ class SocketLoop {
   /// Waits until the client's code that reads now has returned. It looks a subscription up and then uses it
   /// without holding it, so one must not be freed before this was called after its end. Not on the loop's
   /// thread.
-  void settle() { const std::lock_guard lock(_using); }
+  void settle();
 
   /// Ends the thread. Nothing is read or written afterwards.
   void stop();

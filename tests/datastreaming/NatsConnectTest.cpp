@@ -141,7 +141,7 @@ TEST_F(NatsTlsTest, CertificateMustCarryTheExpectedName) {
   EXPECT_THAT(failureOf(trusting()), AllOf(HasSubstr(_server->address()), HasSubstr("SSL")));
 }
 
-TEST_F(NatsTlsTest, LargeMessagesCrossTls) {
+TEST_F(NatsTlsTest, LargeMessagesCrossTlsAndSendDoesNotWaitForAServerThatStandsStill) {
   start("IP:127.0.0.1");
   Inbox inbox;
   const auto factory = natsFactory(trusting());
@@ -151,9 +151,15 @@ TEST_F(NatsTlsTest, LargeMessagesCrossTls) {
   consumer->start().get();
   const auto producer = factory->createProducer(stream, {});
   producer->start().get();
-  for (char c = 'a'; c < 'k'; ++c) (void)sendText(*producer, std::string(1'000'000, c));
-  const auto texts = inbox.waitTexts(10);
-  for (std::size_t i = 0; i < 10; ++i)
+  const auto begun = std::chrono::steady_clock::now();
+  for (char c = 'a'; c < 'u'; ++c) {
+    if (c == 'k') _server->freeze();
+    EXPECT_EQ(outcomeOf(sendText(*producer, std::string(1'000'000, c))), "accepted");
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(3));
+  _server->thaw();
+  const auto texts = inbox.waitTexts(20);
+  for (std::size_t i = 0; i < 20; ++i)
     ASSERT_EQ(texts[i], std::string(1'000'000, static_cast<char>('a' + i)));
 }
 

@@ -177,15 +177,22 @@ TEST_F(NatsFaultsTest, MessagesOfOtherProgramsAreDroppedAndReported) {
   EXPECT_EQ(ends.statistics().lost, 3U);
 }
 
-TEST_F(NatsFaultsTest, DurableMessageWaitsForAStoreThatIsAwayForAWhile) {
+TEST_F(NatsFaultsTest, DurableStreamGoesOnInANewStoreWhenItsOwnIsRemoved) {
+  Inbox inbox, errors;
   Ends ends{factory("durable")};
+  ends.startConsumer(inbox.callback(), [&](const std::exception& error) {
+    errors.add({error.what(), "", {}});
+  });
   ends.startProducer("YES");
   EXPECT_EQ(sendText(*ends.producer, "a").get(), "1");
+  inbox.wait(1);
   Stranger(*_server).removeStore("KESTREL_faults");
   const auto waits = sendText(*ends.producer, "b");
   EXPECT_NE(waits.wait_for(std::chrono::milliseconds(300)), std::future_status::ready);
   Ends again{factory("durable")};
   EXPECT_EQ(outcomeOf(waits), "accepted");
+  EXPECT_THAT(inbox.waitTexts(2), testing::ElementsAre("a", "b"));
+  EXPECT_THAT(errors.waitTexts(1), testing::Contains(HasSubstr("made anew")));
 }
 
 struct Retention {

@@ -79,7 +79,12 @@ void DurableReceiver::attach(bool first) {
   const std::string claiming = newInbox();
   const auto holder = subscribe(claiming);
   const auto claim = _store.claim(claiming);
-  if (first) reportExpired(claim);
+  if (first) {
+    reportExpired(claim);
+  } else {
+    noticeNewStore(claim);
+  }
+  _created = claim.created;
   // What came to the first subject may have been sent before; the second one begins at the beginning.
   const std::string delivering = newInbox();
   auto subscription = subscribe(delivering);
@@ -99,6 +104,13 @@ void DurableReceiver::reportExpired(const DurableStore::Claim& claim) {
   StreamCounters::add(_context->counters.lost, expired);
   _errors->report(std::to_string(expired) +
                   " stored messages were removed unread, for their age or for room");
+}
+
+/// Somebody has removed the store, and another one counts from 1 again.
+void DurableReceiver::noticeNewStore(const DurableStore::Claim& claim) {
+  if (claim.created == _created) return;
+  _position = DurablePosition();
+  _errors->report("the stream's store was removed and made anew; what it held unread is gone");
 }
 
 void DurableReceiver::run() {

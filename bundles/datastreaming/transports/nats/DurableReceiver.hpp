@@ -25,6 +25,7 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
 
   void attach(bool first);
   void reportExpired(const DurableStore::Claim& claim);
+  void noticeNewStore(const DurableStore::Claim& claim);
   bool keepAttached();
   void receive();
   void take(std::shared_ptr<natsMsg> message);
@@ -39,6 +40,7 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   std::shared_ptr<natsSubscription> _subscription;
   std::uint64_t _epoch = 0;  // of the connection over which it was attached
   DurablePosition _position;
+  std::int64_t _created = 0;  // when the store of _position was made
   Resequencer<Incoming> _order;
   std::string _lastAcknowledged;  // where the newest acknowledgement went
   std::uint64_t _count = 0;       // of what this reader was sent

@@ -82,12 +82,12 @@ void DurableStore::prepare() const {
   if (status != NATS_OK) fail(*_connection, "making the store " + _names.store, status);
 }
 
-std::uint64_t DurableStore::firstStored() const {
+DurableStore::State DurableStore::state() const {
   jsStreamInfo* raw = nullptr;
   const natsStatus status = js_GetStreamInfo(&raw, context().get(), _names.store.c_str(), nullptr, nullptr);
   const StreamInfo info(raw);
   if (status != NATS_OK) fail(*_connection, "asking about the store " + _names.store, status);
-  return info->State.FirstSeq;
+  return {info->State.FirstSeq, info->Created};
 }
 
 void DurableStore::addReader(const std::string& deliverTo, std::uint64_t startsAfter) const {
@@ -127,7 +127,9 @@ DurableStore::Claim DurableStore::claim(const std::string& deliverTo) const {
     claim.finished = std::max(info->AckFloor.Stream, startsAfter);
   }
   addReader(deliverTo, startsAfter);
-  claim.first = firstStored();
+  const State now = state();
+  claim.first = now.first;
+  claim.created = now.created;
   return claim;
 }
 
@@ -138,7 +140,7 @@ void DurableStore::restart(const std::string& deliverTo) const {
   if (status != NATS_OK && error != JSConsumerNotFoundErr) {
     fail(*_connection, "restarting the reader of " + _names.store, status);
   }
-  const std::uint64_t first = firstStored();
+  const std::uint64_t first = state().first;
   addReader(deliverTo, first == 0 ? 0 : first - 1);
 }
 

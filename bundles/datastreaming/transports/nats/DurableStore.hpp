@@ -33,6 +33,7 @@ class DurableStore {
     std::uint64_t sent = 0;      ///< the highest number that it was sent
     std::uint64_t finished = 0;  ///< up to this number nothing was to be read any more
     std::uint64_t first = 0;     ///< the lowest number that is still stored
+    std::int64_t created = 0;    ///< when the store was made, as the server's clock says
   };
 
   /// Becomes the reader, to whom the server sends on that subject, which must have been subscribed to. Throws
@@ -43,7 +44,11 @@ class DurableStore {
 
  private:
   [[nodiscard]] JetStreamContext context() const;
-  [[nodiscard]] std::uint64_t firstStored() const;
+  struct State {
+    std::uint64_t first = 0;   // the lowest number that is stored
+    std::int64_t created = 0;  // when it was made
+  };
+  [[nodiscard]] State state() const;
   void addReader(const std::string& deliverTo, std::uint64_t startsAfter) const;
 
   const std::shared_ptr<NatsConnection> _connection;

@@ -19,6 +19,7 @@ namespace {
 constexpr std::chrono::milliseconds connectTimeout{2000};
 constexpr std::chrono::milliseconds lastFlush{1000};
 constexpr std::chrono::milliseconds drainSlice{2};
+constexpr std::chrono::milliseconds secureWriteDeadline{5000};
 constexpr int readBuffer = 256 << 10;
 
 /// The C client may call back after a connection was destroyed, so its callbacks get a number instead of a
@@ -83,7 +84,7 @@ std::shared_ptr<NatsConnection> NatsConnection::connect(const NatsEndpoint& endp
 NatsConnection::NatsConnection(const NatsEndpoint& endpoint)
     : _endpoint(endpoint),
       _id(Registry::shared().reserve()),
-      _loop([this] { _outbox.pump(); }),
+      _loop([this] { _outbox.pump(); }, endpoint.secure),
       _outbox(_loop) {}
 
 NatsConnection::~NatsConnection() {
@@ -171,6 +172,7 @@ void NatsConnection::setSecurity(natsOptions* options) {
                              ": " + describe(status));
   };
   set(natsOptions_SetSecure(options, true), "setting up TLS");
+  set(natsOptions_SetWriteDeadline(options, secureWriteDeadline.count()), "setting up TLS");
   if (!_endpoint.certificateAuthority.empty()) {
     const char* const file = _endpoint.certificateAuthority.c_str();
     set(natsOptions_LoadCATrustedCertificates(options, file), "loading 'tls_ca' " + std::string(file));
@@ -198,8 +200,12 @@ std::string NatsConnection::failureText(natsStatus status) const {
 }
 
 bool NatsConnection::connected() const {
-  return _connection != nullptr && _loop.epoch() != 0 &&
-         natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED;
+  const auto epoch = _loop.epoch();
+  if (_connection == nullptr || epoch == 0) return false;
+  if (_usableEpoch == epoch) return true;
+  if (natsConnection_Status(_connection) != NATS_CONN_STATUS_CONNECTED) return false;
+  _usableEpoch = epoch;
+  return true;
 }
 
 bool NatsConnection::closed() const {
@@ -212,8 +218,13 @@ std::string NatsConnection::lastFailure() const {
 }
 
 std::uint64_t NatsConnection::maxPayload() const {
-  const std::int64_t limit = natsConnection_GetMaxPayload(_connection);
-  return limit < 0 ? 0 : static_cast<std::uint64_t>(limit);
+  const auto epoch = _loop.epoch();
+  if (epoch == 0 || _maxPayloadEpoch != epoch) {
+    const std::int64_t limit = natsConnection_GetMaxPayload(_connection);
+    _maxPayload = limit < 0 ? 0 : static_cast<std::uint64_t>(limit);
+    _maxPayloadEpoch = epoch;
+  }
+  return _maxPayload;
 }
 
 void NatsConnection::watch(const std::weak_ptr<ConnectionWatcher>& watcher) {

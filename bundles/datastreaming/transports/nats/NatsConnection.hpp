@@ -81,6 +81,12 @@ class NatsConnection {
   natsConnection* _connection = nullptr;
   std::atomic<std::uint64_t> _reconnects{0};
 
+  // What the client has said, and of which connection: it does not answer while it writes, and writing over
+  // TLS may take its time.
+  mutable std::atomic<std::uint64_t> _usableEpoch{0};
+  mutable std::atomic<std::uint64_t> _maxPayload{0};
+  mutable std::atomic<std::uint64_t> _maxPayloadEpoch{0};
+
   mutable std::mutex _mutex;
   // Guarded by _mutex.
   std::string _lastFailure;

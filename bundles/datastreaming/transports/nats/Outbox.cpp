@@ -21,7 +21,8 @@ std::optional<std::string> Outbox::post(Post post) {
   if (_closed) return _closed;
   if (_connection == nullptr) return "the connection is not open yet";
   if (obsolete(post)) return "the connection was lost";
-  if (!_pumping && _waiting.empty() && takesMore()) {
+  const bool mayWrite = !_pumping && !_loop.writesAlone();
+  if (mayWrite && _waiting.empty() && takesMore()) {
     _pumping = true;
     const natsStatus status = publish(lock, post);
     drain(lock, senderRounds);
@@ -34,11 +35,12 @@ std::optional<std::string> Outbox::post(Post post) {
   }
   _waitingBytes += post.cost;
   _waiting.push_back(std::move(post));
+  if (_loop.writesAlone() && !_pumping) _loop.wake();
   return std::nullopt;
 }
 
 void Outbox::flush() {
-  if (_busyUntil.exchange(0) == 0) return;
+  if (_busyUntil.exchange(0) == 0 || _loop.writesAlone()) return;
   std::unique_lock lock(_mutex);
   if (_connection == nullptr || _pumping) return;
   _pumping = true;
@@ -118,9 +120,14 @@ void Outbox::reportFailed(std::span<const Post> failed, const std::string& why) 
 }
 
 bool Outbox::empty() {
-  const std::lock_guard lock(_mutex);
-  return _connection == nullptr ||
-         (!_pumping && _waiting.empty() && natsConnection_Buffered(_connection) <= 0);
+  natsConnection* connection = nullptr;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_connection == nullptr) return true;
+    if (_pumping || !_waiting.empty()) return false;
+    connection = _connection;
+  }
+  return natsConnection_Buffered(connection) <= 0;
 }
 
 bool Outbox::takesMore() const {

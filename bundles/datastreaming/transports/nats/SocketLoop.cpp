@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "transports/nats/TlsRecord.hpp"
 #include "transports/shared/ThreadName.hpp"
 
 namespace kestrel::streams {
@@ -24,8 +25,9 @@ void clear(const FileDescriptor& signalled) {
 
 thread_local bool SocketLoop::FlushesItself::flushing = false;
 
-SocketLoop::SocketLoop(std::function<void()> writable)
+SocketLoop::SocketLoop(std::function<void()> writable, bool secure)
     : _writable(std::move(writable)),
+      _secure(secure),
       _event(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd"),
       _timer(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), "timerfd_create"),
       _thread([this] { run(); }) {}
@@ -130,7 +132,7 @@ void SocketLoop::turn() {
   const bool read = _wantsRead;
   const bool write = _wantsWrite;
   const int socket = read || write ? _socket.load() : -1;
-  const auto events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
+  const auto events = static_cast<short>((read ? POLLIN | POLLRDHUP : 0) | (write ? POLLOUT : 0));
   std::array<pollfd, 3> polled{pollfd{_event.get(), POLLIN, 0}, pollfd{_timer.get(), POLLIN, 0},
                                pollfd{socket, events, 0}};
   auto& [woken, timed, ready] = polled;
@@ -148,7 +150,8 @@ void SocketLoop::turn() {
     _socket.compare_exchange_strong(expected, -1);
     return;
   }
-  if ((ready.revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
+  const bool ended = (ready.revents & (POLLHUP | POLLRDHUP | POLLERR)) != 0;
+  if (ended || ((ready.revents & POLLIN) != 0 && (!_secure || tlsRecordComplete(socket)))) {
     const std::lock_guard lock(_using);
     natsConnection_ProcessReadEvent(_connection);
   }

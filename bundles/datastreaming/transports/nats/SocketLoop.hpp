@@ -16,14 +16,16 @@ namespace kestrel::streams {
 ///
 /// The client's own way of writing either waits for the socket inside publish or leaves small messages lying
 /// for a millisecond. Driven from here, publish only appends to a buffer, and whoever published may flush it
-/// at once without ever waiting.
+/// at once without ever waiting. Over TLS that is not so: there the client waits for the socket to take, or
+/// to give, the rest of a record. So all writing over TLS is left to the loop's thread, with a deadline, and
+/// a record is not read before all of it has come.
 class SocketLoop {
  public:
   static constexpr std::chrono::microseconds heldBack{200};
 
   /// `writable` runs on the loop's thread when the socket takes bytes again, and after each wake()
   /// and wakeLater().
-  explicit SocketLoop(std::function<void()> writable);
+  SocketLoop(std::function<void()> writable, bool secure);
   ~SocketLoop();
   SocketLoop(const SocketLoop&) = delete;
   SocketLoop& operator=(const SocketLoop&) = delete;
@@ -47,6 +49,9 @@ class SocketLoop {
   /// without holding it, so one must not be freed before this was called after its end. Not on the loop's
   /// thread.
   void settle();
+
+  /// Whether only the loop's thread may flush.
+  [[nodiscard]] bool writesAlone() const { return _secure; }
 
   /// Ends the thread. Nothing is read or written afterwards.
   void stop();
@@ -77,6 +82,7 @@ class SocketLoop {
   void turn();
 
   const std::function<void()> _writable;
+  const bool _secure;
   const FileDescriptor _event;
   const FileDescriptor _timer;
   std::atomic<bool> _timed{false};  // _timer runs

@@ -18,6 +18,12 @@ void setLowWater(int socket, int bytes) {
   (void)::setsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &bytes, sizeof bytes);
 }
 
+int lowWater(int socket) {
+  int bytes = 0;
+  socklen_t size = sizeof bytes;
+  return ::getsockopt(socket, SOL_SOCKET, SO_RCVLOWAT, &bytes, &size) == 0 ? bytes : 0;
+}
+
 }  // namespace
 
 bool tlsRecordComplete(int socket) {
@@ -29,8 +35,10 @@ bool tlsRecordComplete(int socket) {
   int there = 0;
   if (::ioctl(socket, FIONREAD, &there) < 0) return true;
   const bool complete = seen == headerSize && there >= needed;
-  setLowWater(socket, complete ? 1 : needed);
-  return complete;
+  // Readable below the mark: the system cannot keep more, and the rest comes only once this is read.
+  const bool full = !complete && lowWater(socket) == needed;
+  setLowWater(socket, complete || full ? 1 : needed);
+  return complete || full;
 }
 
 }  // namespace kestrel::streams

@@ -1,4 +1,7 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -87,7 +90,7 @@ TEST_F(NatsFaultsTest, LiveLossIsCountedAndReportedAndTrafficResumes) {
   while (sent < 13) send();
   _server->kill();
   _server->start();
-  const auto reconnected = [&] { return ends.statistics().reconnects == 1; };
+  const auto reconnected = [&] { return ends.statistics().reconnects >= 1; };
   ASSERT_TRUE(becomesTrue(reconnected)) << "waited for the connection to come back";
   const std::string last = numbered(1000, payloadSize);
   const auto lastArrived = [&] {
@@ -131,6 +134,93 @@ TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessor
   EXPECT_EQ(second.waitTexts(1)[0], calls < 7 ? "abcdef" : "");
   EXPECT_EQ(first.waitTexts(4)[0], "done");
   EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
+}
+
+/// Stands between a client and the server, and cuts the first connection after so many bytes to the client.
+class CuttingProxy {
+ public:
+  CuttingProxy(int serverPort, std::size_t bytes) : _serverPort(serverPort), _left(bytes) {
+    sockaddr_in address = loopback(0);
+    ::bind(_listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    ::listen(_listener, 8);
+    _thread = std::thread([this] { serve(); });
+  }
+  ~CuttingProxy() {
+    ::shutdown(_listener, SHUT_RDWR);
+    _thread.join();
+    ::close(_listener);
+  }
+  [[nodiscard]] std::string url(const std::string& query) const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    ::getsockname(_listener, reinterpret_cast<sockaddr*>(&address), &size);
+    return "nats://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "?" + query;
+  }
+  [[nodiscard]] bool hasCut() const { return _hasCut; }
+
+ private:
+  static sockaddr_in loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+  }
+
+  void serve() {
+    std::vector<int> sockets;
+    std::vector<std::jthread> pumps;
+    for (int client = 0; (client = ::accept(_listener, nullptr, nullptr)) >= 0;) {
+      const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+      const sockaddr_in address = loopback(_serverPort);
+      ::connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+      pumps.emplace_back([=, this] { pump(client, server, false); });
+      pumps.emplace_back([=, this] { pump(server, client, true); });
+      sockets.insert(sockets.end(), {client, server});
+    }
+    pumps.clear();  // joins them
+    for (const int socket : sockets) ::close(socket);
+  }
+
+  void pump(int from, int to, bool counts) {
+    std::vector<char> buffer(16 << 10);
+    for (;;) {
+      const auto most = counts && !_hasCut ? std::min(buffer.size(), _left) : buffer.size();
+      const auto got = ::recv(from, buffer.data(), most, 0);
+      if (got <= 0 || ::send(to, buffer.data(), static_cast<std::size_t>(got), MSG_NOSIGNAL) != got) break;
+      if (!counts || _hasCut) continue;
+      _left -= static_cast<std::size_t>(got);
+      if (_left > 0) continue;
+      _hasCut = true;
+      break;
+    }
+    ::shutdown(from, SHUT_RDWR);
+    ::shutdown(to, SHUT_RDWR);
+  }
+
+  const int _serverPort;
+  const int _listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::size_t _left;
+  std::atomic<bool> _hasCut{false};
+  std::thread _thread;
+};
+
+TEST_F(NatsFaultsTest, MessageThatIsCutOffIsNeverDeliveredWithTheBytesOfAnother) {
+  const std::string address = _server->address();
+  CuttingProxy proxy(std::stoi(address.substr(address.find(':') + 1)), 5 * payloadSize + payloadSize / 2);
+  Inbox inbox;
+  Ends sending{factory("live")};
+  Ends receiving{natsFactory(proxy.url("wsFirstReconnBackoffMs=20"))};
+  receiving.startConsumer(inbox.callback());
+  sending.startProducer();
+  std::size_t sent = 0;
+  const auto resumed = [&] {
+    (void)sendText(*sending.producer, numbered(sent++, payloadSize));
+    return proxy.hasCut() && inbox.size() > 10;
+  };
+  ASSERT_TRUE(becomesTrue(resumed)) << "waited for traffic to resume";
+  for (const auto& text : inbox.waitTexts(1)) ASSERT_EQ(text, numbered(std::stoul(text), payloadSize));
+  EXPECT_THAT(receiving.statistics().lost, testing::Gt(0U));
 }
 
 /// A program that uses the server by itself.
@@ -243,7 +333,7 @@ TEST_F(NatsFaultsTest, MessageBeyondTheServersLimitIsRefusedWithBothNumbersAlsoA
   _server->kill();
   _server->options.maxPayload = 5000;
   _server->start();
-  const auto reconnected = [&] { return ends.statistics().reconnects == 1; };
+  const auto reconnected = [&] { return ends.statistics().reconnects >= 1; };
   ASSERT_TRUE(becomesTrue(reconnected)) << "waited for the connection to come back";
   EXPECT_THAT(outcomeOf(sendText(*ends.producer, std::string(6000, 'x'))),
               AllOf(HasSubstr("6000"), HasSubstr("max_payload of 5000")));
@@ -322,7 +412,8 @@ TEST_P(NatsSlowConsumerTest, MemoryStaysBoundedAndNothingIsLostUnseen) {
   EXPECT_EQ(GetParam().loses, ends.statistics().lost > 0);
   EXPECT_TRUE(std::is_sorted(arrived.begin(), arrived.end()));
   if (GetParam().loses) {
-    EXPECT_THAT(errors.waitTexts(2), testing::Contains(HasSubstr("messages were dropped")));
+    EXPECT_THAT(errors.waitTexts(1),
+                testing::Each(testing::AnyOf(HasSubstr("messages were dropped"), HasSubstr("are missing"))));
   }
 }
 

@@ -184,16 +184,24 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
     _attached = false;
     return;
   }
-  const auto arrival = _position.arrived(numbers->stored, reply);
+  const std::uint64_t stored = numbers->stored;
+  const std::string acknowledgeTo = reply;
+  auto incoming = identify(std::move(message));
+  if (incoming.torn) {  // it is still stored
+    _attached = false;
+    return;
+  }
+  const auto arrival = _position.arrived(stored, acknowledgeTo);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.
     _order.giveUpGaps();
     _errors->report(std::to_string(arrival.expired) +
                     " stored messages were removed unread, for their age or for room");
   }
-  if (arrival.settled) acknowledge(reply);
+  if (arrival.settled) acknowledge(acknowledgeTo);
   if (!arrival.fresh) return;
-  putInOrder(identify(std::move(message), std::make_unique<Settlement>(weak_from_this(), numbers->stored)));
+  incoming.receipt = std::make_unique<Settlement>(weak_from_this(), stored);
+  putInOrder(std::move(incoming));
 }
 
 void DurableReceiver::putInOrder(Incoming incoming) {

@@ -25,6 +25,10 @@ std::shared_future<std::string> EchoBook::expect(const std::shared_ptr<EchoBook>
   return result;
 }
 
+void EchoBook::rinse(Outbox& outbox, std::size_t bytes) const {
+  (void)outbox.post({makeSignal(_prefix + "0", std::string(bytes, '\n')), bytes, 0, nullptr, 0});
+}
+
 void EchoBook::replied(std::uint64_t number, natsMsg*) {
   Expected confirmed;
   {

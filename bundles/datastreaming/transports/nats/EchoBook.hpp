@@ -24,6 +24,9 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
   [[nodiscard]] static std::shared_future<std::string> expect(const std::shared_ptr<EchoBook>& book,
                                                               Outbox& outbox, std::string text);
 
+  /// Sends so many bytes to ourselves, and throws away what comes back.
+  void rinse(Outbox& outbox, std::size_t bytes) const;
+
   void replied(std::uint64_t number, natsMsg* reply) override;
   [[nodiscard]] bool idle() override;
   void abandon(const std::string& why) override;

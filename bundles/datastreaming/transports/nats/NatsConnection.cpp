@@ -274,6 +274,17 @@ void NatsConnection::onDisconnected() {
   for (const auto& watcher : watchers()) watcher->disconnected();
 }
 
+/// The client keeps its place in a message that was cut off, and takes what comes over the new connection for
+/// the rest of it. With this much coming it gets to the end, finds nonsense and connects once more, to begin
+/// anew; otherwise nothing would arrive until others have sent enough.
+void NatsConnection::rinseParser() {
+  try {
+    echoes()->rinse(_outbox, maxPayload());
+  } catch (const std::exception& error) {
+    logError(_endpoint.shown + ": " + error.what());
+  }
+}
+
 void NatsConnection::onReconnected() {
   ++_reconnects;
   logError("the connection to " + _endpoint.shown + " is back");
@@ -284,6 +295,7 @@ void NatsConnection::onReconnected() {
     }
   }
   _loop.wake();
+  rinseParser();
   for (const auto& watcher : watchers()) watcher->reconnected();
 }
 

@@ -72,6 +72,7 @@ class NatsConnection {
   [[nodiscard]] std::string failureText(natsStatus status) const;
   [[nodiscard]] std::vector<std::shared_ptr<ConnectionWatcher>> watchers();
   void noteFailure();
+  void rinseParser();
 
   const NatsEndpoint _endpoint;
   const std::uintptr_t _id;  // what the C client's callbacks know the connection by

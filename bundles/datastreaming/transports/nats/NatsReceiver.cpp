@@ -50,13 +50,17 @@ void NatsReceiver::use(std::shared_ptr<natsSubscription> subscription) {
   _subscription = _stopped ? nullptr : std::move(subscription);
 }
 
-NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message,
-                                              std::unique_ptr<Receipt> receipt) {
-  Incoming incoming{std::move(message), {}, std::move(receipt)};
+NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message) {
+  Incoming incoming{.message = std::move(message), .identity = {}, .receipt = nullptr};
+  natsMsg* const raw = incoming.message.get();
   const char* text = nullptr;
-  if (natsMsgHeader_Get(incoming.message.get(), MessageHeaders::stamp.c_str(), &text) == NATS_OK) {
-    if (const auto stamp = readStamp(text)) incoming.identity = *stamp;
-  } else if (natsMsgHeader_Get(incoming.message.get(), MessageHeaders::event.c_str(), &text) == NATS_OK) {
+  if (natsMsgHeader_Get(raw, MessageHeaders::stamp.c_str(), &text) == NATS_OK) {
+    if (const auto sealed = readSealedStamp(text)) {
+      incoming.identity = sealed->stamp;
+      const auto size = static_cast<std::size_t>(natsMsg_GetDataLength(raw));
+      incoming.torn = checksum(natsMsg_GetData(raw), size) != sealed->checksum;
+    }
+  } else if (natsMsgHeader_Get(raw, MessageHeaders::event.c_str(), &text) == NATS_OK) {
     if (const auto event = readEvent(text)) incoming.identity = *event;
   }
   return incoming;
@@ -77,6 +81,9 @@ void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
   if (const auto* event = std::get_if<ProducerEvent>(&incoming.identity)) {
     deliverEvent(*event);
     return settle(incoming.receipt);
+  }
+  if (incoming.torn) {  // the next message of its producer shows that it is missing
+    return _errors->report("a message was cut off when the connection was lost, and is dropped");
   }
   const auto* stamp = std::get_if<Stamp>(&incoming.identity);
   natsMsg* const message = incoming.message.get();

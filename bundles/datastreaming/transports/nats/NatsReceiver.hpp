@@ -41,10 +41,10 @@ class NatsReceiver {
   struct Incoming {
     std::shared_ptr<natsMsg> message;
     std::variant<std::monostate, Stamp, ProducerEvent> identity;  ///< neither: of no producer of ours
+    bool torn = false;                                            ///< its bytes are not those that were sent
     std::unique_ptr<Receipt> receipt;                             ///< may be empty
   };
-  [[nodiscard]] static Incoming identify(std::shared_ptr<natsMsg> message,
-                                         std::unique_ptr<Receipt> receipt = nullptr);
+  [[nodiscard]] static Incoming identify(std::shared_ptr<natsMsg> message);
 
   /// Around the handling of what has just been taken from the subscription, if anything: the time that
   /// delivery has reached, and what goes out meanwhile goes out together if more waits.

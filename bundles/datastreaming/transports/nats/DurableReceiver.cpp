@@ -184,23 +184,21 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
     _attached = false;
     return;
   }
-  const std::uint64_t stored = numbers->stored;
-  const std::string acknowledgeTo = reply;
-  auto incoming = identify(std::move(message));
+  auto incoming = identify(std::move(message));  // which keeps what reply points to
   if (incoming.torn) {  // it is still stored
     _attached = false;
     return;
   }
-  const auto arrival = _position.arrived(stored, acknowledgeTo);
+  const auto arrival = _position.arrived(numbers->stored, reply);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.
     _order.giveUpGaps();
     _errors->report(std::to_string(arrival.expired) +
                     " stored messages were removed unread, for their age or for room");
   }
-  if (arrival.settled) acknowledge(acknowledgeTo);
+  if (arrival.settled) acknowledge(reply);
   if (!arrival.fresh) return;
-  incoming.receipt = std::make_unique<Settlement>(weak_from_this(), stored);
+  incoming.receipt = std::make_unique<Settlement>(weak_from_this(), numbers->stored);
   putInOrder(std::move(incoming));
 }
 

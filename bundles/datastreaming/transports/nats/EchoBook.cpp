@@ -25,8 +25,8 @@ std::shared_future<std::string> EchoBook::expect(const std::shared_ptr<EchoBook>
   return result;
 }
 
-void EchoBook::rinse(Outbox& outbox, std::size_t bytes) const {
-  (void)outbox.post({makeSignal(_prefix + "0", std::string(bytes, '\n')), bytes, 0, nullptr, 0});
+void EchoBook::rinse(Outbox& outbox, std::size_t bytes, std::uint64_t epoch) const {
+  (void)outbox.post({makeSignal(_prefix + "0", std::string(bytes, '\n')), bytes, 0, nullptr, epoch});
 }
 
 void EchoBook::replied(std::uint64_t number, natsMsg*) {
@@ -47,9 +47,12 @@ bool EchoBook::idle() {
 }
 
 void EchoBook::postsFailed(const std::vector<std::uint64_t>& tags, const std::string& why) {
-  for (const auto tag : tags) {
-    failIf([tag](std::uint64_t number, const Expected&) { return number == tag; }, why);
+  Book failed;
+  {
+    const std::lock_guard lock(_mutex);
+    for (const auto tag : tags) failed.insert(_expected.extract(tag));
   }
+  fail(failed, why);
 }
 
 /// Before it goes: a connection that is lost just now must find it marked.
@@ -60,25 +63,28 @@ void EchoBook::posting(std::uint64_t tag) noexcept {
 }
 
 void EchoBook::abandon(const std::string& why) {
-  failIf([](std::uint64_t, const Expected&) { return true; }, why);
+  Book failed;
+  {
+    const std::lock_guard lock(_mutex);
+    failed.swap(_expected);
+  }
+  fail(failed, why);
 }
 
 /// What still waits to be posted may yet be confirmed.
 void EchoBook::disconnected() {
-  failIf([](std::uint64_t, const Expected& expected) { return expected.posted; },
-         "the connection was lost before the server confirmed the message");
-}
-
-template <class Condition>
-void EchoBook::failIf(Condition condition, const std::string& why) {
-  std::map<std::uint64_t, Expected> failed;
+  Book failed;
   {
     const std::lock_guard lock(_mutex);
     for (auto at = _expected.begin(); at != _expected.end();) {
       const auto each = at++;
-      if (condition(each->first, each->second)) failed.insert(_expected.extract(each));
+      if (each->second.posted) failed.insert(_expected.extract(each));
     }
   }
+  fail(failed, "the connection was lost before the server confirmed the message");
+}
+
+void EchoBook::fail(Book& failed, const std::string& why) {
   for (auto& [number, expected] : failed) {
     expected.promise.set_exception(std::make_exception_ptr(std::runtime_error(why)));
   }

@@ -24,8 +24,8 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
   [[nodiscard]] static std::shared_future<std::string> expect(const std::shared_ptr<EchoBook>& book,
                                                               Outbox& outbox, std::string text);
 
-  /// Sends so many bytes to ourselves, and throws away what comes back.
-  void rinse(Outbox& outbox, std::size_t bytes) const;
+  /// Sends so many bytes to ourselves, over that connection only, and throws away what comes back.
+  void rinse(Outbox& outbox, std::size_t bytes, std::uint64_t epoch) const;
 
   void replied(std::uint64_t number, natsMsg* reply) override;
   [[nodiscard]] bool idle() override;
@@ -41,15 +41,15 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
     std::string text;
     bool posted = false;  // it may have gone to the connection
   };
-  template <class Condition>
-  void failIf(Condition condition, const std::string& why);
+  using Book = std::map<std::uint64_t, Expected>;
+  static void fail(Book& failed, const std::string& why);
 
   std::string _prefix;
 
   std::mutex _mutex;
   // Guarded by _mutex.
   std::uint64_t _last = 0;
-  std::map<std::uint64_t, Expected> _expected;
+  Book _expected;
 };
 
 }  // namespace kestrel::streams

@@ -279,7 +279,7 @@ void NatsConnection::onDisconnected() {
 /// anew; otherwise nothing would arrive until others have sent enough.
 void NatsConnection::rinseParser() {
   try {
-    echoes()->rinse(_outbox, maxPayload());
+    echoes()->rinse(_outbox, maxPayload(), epoch());
   } catch (const std::exception& error) {
     logError(_endpoint.shown + ": " + error.what());
   }

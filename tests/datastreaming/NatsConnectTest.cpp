@@ -1,11 +1,8 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <thread>
 
+#include "Loopback.hpp"
 #include "NatsCases.hpp"
 
 namespace kestrel::streams {
@@ -40,32 +37,21 @@ std::string failureOf(const std::string& url, const std::string& token = {}) {
 /// Listens, and treats whoever connects in a way no server does.
 class StrangeServer {
  public:
-  explicit StrangeServer(bool closes) : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(_socket, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::listen(_socket, 8);
+  explicit StrangeServer(bool closes) {
     if (closes) _thread = std::thread([this] { closeEach(); });
   }
   ~StrangeServer() {
-    ::shutdown(_socket, SHUT_RDWR);
+    _listener.stop();
     if (_thread.joinable()) _thread.join();
-    ::close(_socket);
   }
-  [[nodiscard]] std::string address() const {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    ::getsockname(_socket, reinterpret_cast<sockaddr*>(&address), &size);
-    return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-  }
+  [[nodiscard]] std::string address() const { return _listener.address(); }
 
  private:
   void closeEach() {
-    for (int client = 0; (client = ::accept(_socket, nullptr, nullptr)) >= 0;) ::close(client);
+    for (int client = 0; (client = _listener.accept()) >= 0;) ::close(client);
   }
 
-  const int _socket;
+  LoopbackListener _listener;
   std::thread _thread;
 };
 

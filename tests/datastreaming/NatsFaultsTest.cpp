@@ -1,7 +1,4 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,8 +7,9 @@
 #include <fstream>
 #include <kestrel/datastreaming/Keys.hpp>
 
+#include "CuttingProxy.hpp"
 #include "NatsCases.hpp"
-#include "transports/nats/NatsHandles.hpp"
+#include "Stranger.hpp"
 
 namespace kestrel::streams {
 namespace {
@@ -136,78 +134,8 @@ TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessor
   EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
 }
 
-/// Stands between a client and the server, and cuts the first connection after so many bytes to the client.
-class CuttingProxy {
- public:
-  CuttingProxy(int serverPort, std::size_t bytes) : _serverPort(serverPort), _left(bytes) {
-    sockaddr_in address = loopback(0);
-    ::bind(_listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::listen(_listener, 8);
-    _thread = std::thread([this] { serve(); });
-  }
-  ~CuttingProxy() {
-    ::shutdown(_listener, SHUT_RDWR);
-    _thread.join();
-    ::close(_listener);
-  }
-  [[nodiscard]] std::string url(const std::string& query) const {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    ::getsockname(_listener, reinterpret_cast<sockaddr*>(&address), &size);
-    return "nats://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "?" + query;
-  }
-  [[nodiscard]] bool hasCut() const { return _hasCut; }
-
- private:
-  static sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-  }
-
-  void serve() {
-    std::vector<int> sockets;
-    std::vector<std::jthread> pumps;
-    for (int client = 0; (client = ::accept(_listener, nullptr, nullptr)) >= 0;) {
-      const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-      const sockaddr_in address = loopback(_serverPort);
-      ::connect(server, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-      pumps.emplace_back([=, this] { pump(client, server, false); });
-      pumps.emplace_back([=, this] { pump(server, client, true); });
-      sockets.insert(sockets.end(), {client, server});
-    }
-    pumps.clear();  // joins them
-    for (const int socket : sockets) ::close(socket);
-  }
-
-  void pump(int from, int to, bool counts) {
-    std::vector<char> buffer(16 << 10);
-    for (;;) {
-      const auto most = counts && !_hasCut ? std::min(buffer.size(), _left) : buffer.size();
-      const auto got = ::recv(from, buffer.data(), most, 0);
-      if (got <= 0 || ::send(to, buffer.data(), static_cast<std::size_t>(got), MSG_NOSIGNAL) != got) break;
-      if (!counts || _hasCut) continue;
-      _left -= static_cast<std::size_t>(got);
-      if (_left > 0) continue;
-      _hasCut = true;
-      break;
-    }
-    ::shutdown(from, SHUT_RDWR);
-    ::shutdown(to, SHUT_RDWR);
-  }
-
-  const int _serverPort;
-  const int _listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  std::size_t _left;
-  std::atomic<bool> _hasCut{false};
-  std::thread _thread;
-};
-
 TEST_F(NatsFaultsTest, MessageThatIsCutOffIsNeverDeliveredWithTheBytesOfAnother) {
-  const std::string address = _server->address();
-  CuttingProxy proxy(std::stoi(address.substr(address.find(':') + 1)), 5 * payloadSize + payloadSize / 2);
+  CuttingProxy proxy(_server->port(), 5 * payloadSize + payloadSize / 2);
   Inbox inbox;
   Ends sending{factory("live")};
   Ends receiving{natsFactory(proxy.url("wsFirstReconnBackoffMs=20"))};
@@ -222,33 +150,6 @@ TEST_F(NatsFaultsTest, MessageThatIsCutOffIsNeverDeliveredWithTheBytesOfAnother)
   for (const auto& text : inbox.waitTexts(1)) ASSERT_EQ(text, numbered(std::stoul(text), payloadSize));
   EXPECT_THAT(receiving.statistics().lost, testing::Gt(0U));
 }
-
-/// A program that uses the server by itself.
-class Stranger {
- public:
-  explicit Stranger(const NatsServer& server) {
-    natsConnection* raw = nullptr;
-    require(natsConnection_ConnectTo(&raw, server.url().c_str()), "connecting");
-    _connection.reset(raw, natsConnection_Destroy);
-  }
-  void publish(const std::string& subject, const char* status) {
-    natsMsg* raw = nullptr;
-    require(natsMsg_Create(&raw, subject.c_str(), nullptr, nullptr, 0), "making a message");
-    const NatsMessage message(raw);
-    if (status != nullptr) require(natsMsgHeader_Set(raw, "Status", status), "setting a header");
-    require(natsConnection_PublishMsg(_connection.get(), raw), "publishing");
-    require(natsConnection_Flush(_connection.get()), "flushing");
-  }
-  void removeStore(const std::string& name) {
-    jsCtx* raw = nullptr;
-    require(natsConnection_JetStream(&raw, _connection.get(), nullptr), "preparing JetStream");
-    const JetStreamContext context(raw);
-    require(js_DeleteStream(raw, name.c_str(), nullptr, nullptr), "removing a store");
-  }
-
- private:
-  std::shared_ptr<natsConnection> _connection;
-};
 
 TEST_F(NatsFaultsTest, MessagesOfOtherProgramsAreDroppedAndReported) {
   Inbox inbox, errors;

@@ -1,10 +1,7 @@
 #include "NatsServer.hpp"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +12,8 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+
+#include "Loopback.hpp"
 
 namespace kestrel::streams {
 
@@ -109,14 +108,9 @@ void NatsServer::readPort() {
 }
 
 bool NatsServer::listens() const {
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(_port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const bool connected = ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  ::close(socket);
-  return connected;
+  const int socket = connectToLoopback(_port);
+  if (socket >= 0) ::close(socket);
+  return socket >= 0;
 }
 
 void NatsServer::kill() {

@@ -39,6 +39,7 @@ class NatsServer {
   void freeze();
   void thaw();
 
+  [[nodiscard]] int port() const { return _port; }
   [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(_port); }
   [[nodiscard]] std::string url(const std::string& query = {}) const;
   /// What the server has logged so far.

@@ -185,7 +185,7 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
     return;
   }
   auto incoming = identify(std::move(message));  // which keeps what reply points to
-  if (incoming.torn) {  // it is still stored
+  if (incoming.torn) {                           // it is still stored
     _attached = false;
     return;
   }

@@ -21,9 +21,14 @@ class ProducerBufferTest : public testing::Test {
     };
     buffer.emplace(send, 1000, interval);
   }
-  std::size_t enqueue(const std::string& bytes, AttributeMap attributes = {}) {
-    const auto* data = reinterpret_cast<const std::uint8_t*>(bytes.data());
-    return buffer->enqueueAndCount(data, bytes.size(), std::move(attributes));
+  static const std::uint8_t* dataOf(const std::string& bytes) {
+    return reinterpret_cast<const std::uint8_t*>(bytes.data());
+  }
+  void enqueue(const std::string& bytes, AttributeMap attributes = {}) {
+    buffer->enqueue(dataOf(bytes), bytes.size(), std::move(attributes));
+  }
+  std::size_t enqueueAndCount(const std::string& bytes) {
+    return buffer->enqueueAndCount(dataOf(bytes), bytes.size(), {});
   }
   testing::AssertionResult soonHanded(const std::string& expected) {
     return eventually(expected, [&] {
@@ -66,12 +71,12 @@ TEST_F(ProducerBufferTest, KeepsTheMessageWhoseSendingFailedAndStops) {
   failing = true;
   enqueue("a");
   ASSERT_TRUE(eventually("the failure", [&] { return attempts == 1; }));
-  EXPECT_EQ(enqueue("b"), 2U);
+  EXPECT_EQ(enqueueAndCount("b"), 2U);
   EXPECT_THROW(buffer->processSendQueue(), std::runtime_error);
   failing = false;
   buffer->processSendQueue();
   EXPECT_TRUE(soonHanded("a,"));
-  EXPECT_EQ(enqueue("c"), 2U) << "the periodic work went on after a failure";
+  EXPECT_EQ(enqueueAndCount("c"), 2U) << "the periodic work went on after a failure";
 }
 
 TEST_F(ProducerBufferTest, IsMadeAndDestroyedAtOnceWithoutAHang) {

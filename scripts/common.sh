@@ -4,7 +4,7 @@ packages=(
   g++ cmake ninja-build pkg-config clang-format
   libboost-dev libboost-log-dev libprotobuf-dev protobuf-compiler libssl-dev openssl
   libgtest-dev libgmock-dev libbenchmark-dev
-  libnats-dev libxxhash-dev nats-server
+  libnats-dev nats-server
 )
 
 as_root() {

@@ -4,7 +4,7 @@
 
 namespace kestrel::streams {
 
-/// Learns what happens to a connection, on a thread of the C client. Must not wait.
+/// Learns what happens to a connection, on the thread that keeps it up. Must not wait.
 class ConnectionWatcher {
  public:
   virtual ~ConnectionWatcher() = default;

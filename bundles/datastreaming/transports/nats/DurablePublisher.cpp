@@ -50,15 +50,13 @@ std::optional<std::string> DurablePublisher::submit(PublishLedger::Entry entry) 
 
 /// Under _mutex, so that messages reach the connection in their order.
 void DurablePublisher::publish() {
-  if (!_connection.connected()) return;
-  // Nothing new may go to a new connection before what the old one may have lost.
-  if (const auto epoch = _connection.epoch(); epoch != _epoch) {
-    _ledger.restart();
-    _epoch = epoch;
-  }
+  const std::uint64_t session = _connection.currentSession();
+  if (session == 0) return;
+  // Nothing new may go to a new session before what the old one may have lost.
+  if (std::exchange(_session, session) != session) _ledger.restart();
   while (auto message = _ledger.next(Clock::now())) {
     const auto size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message.get()));
-    if (!_connection.outbox().post({std::move(message), size, 0, nullptr, _epoch})) continue;
+    if (!_connection.outbox().post({std::move(message), size, 0, nullptr, session})) continue;
     _ledger.unpublish();  // no room; the next beat tries again
     return;
   }
@@ -95,7 +93,8 @@ bool DurablePublisher::beat() {
     publish();
     needed = !_retired || !_ledger.empty();
   }
-  if (why.empty()) why = _connection.connected() ? "the server did not answer" : "the connection is away";
+  if (why.empty())
+    why = _connection.currentSession() != 0 ? "the server did not answer" : "the connection is away";
   giveUp(std::move(expired), "within " + std::to_string(_connection.endpoint().retry.count()) + " s; " + why);
   return needed;
 }

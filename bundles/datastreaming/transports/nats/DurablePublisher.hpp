@@ -55,7 +55,7 @@ class DurablePublisher final : public ReplySink, public ConnectionWatcher {
   std::mutex _mutex;
   // Guarded by _mutex.
   PublishLedger _ledger;
-  std::uint64_t _epoch = 0;  // of the connection that _ledger speaks of
+  std::uint64_t _session = 0;  // the one that _ledger speaks of
   std::optional<std::string> _closed;
 };
 

@@ -64,19 +64,29 @@ void DurableReceiver::open() {
   }
 }
 
+std::shared_ptr<natsSubscription> DurableReceiver::subscribe(const std::string& subject) {
+  auto subscription = NatsSession::subscribe(_connection->session(), subject, pendingLimits);
+  _connection->confirm(confirmTimeout);
+  return subscription;
+}
+
+void DurableReceiver::use(std::shared_ptr<natsSubscription> subscription) {
+  const std::lock_guard lock(_mutex);
+  _subscription = std::move(subscription);
+  _waitedFor = stopped() ? nullptr : _subscription;
+}
+
+void DurableReceiver::interrupt() {
+  const std::lock_guard lock(_mutex);
+  if (_waitedFor) natsSubscription_Unsubscribe(_waitedFor.get());
+  _waitedFor.reset();
+}
+
 void DurableReceiver::attach(bool first) {
-  const auto newInbox = [] {
-    char* name = nullptr;
-    require(natsInbox_Create(&name), "naming an inbox");
-    std::string inbox = name;
-    natsInbox_Destroy(name);
-    return inbox;
-  };
-  _epoch = _connection->epoch();
-  use(nullptr);
-  _subscription.reset();  // while it exists the server counts us as the active reader
+  _session = _connection->currentSession();
+  use(nullptr);  // while it exists the server counts us as the active reader
   confirmAcknowledgements();
-  const std::string claiming = newInbox();
+  const std::string claiming = makeInbox();
   const auto holder = subscribe(claiming);
   const auto claim = _store.claim(claiming);
   if (first) {
@@ -86,11 +96,10 @@ void DurableReceiver::attach(bool first) {
   }
   _created = claim.created;
   // What came to the first subject may have been sent before; the second one begins at the beginning.
-  const std::string delivering = newInbox();
+  const std::string delivering = makeInbox();
   auto subscription = subscribe(delivering);
   _store.restart(delivering);
-  _subscription = std::move(subscription);
-  use(_subscription);
+  use(std::move(subscription));
   _count = 0;
   _attached = true;
   _complained = false;
@@ -121,15 +130,16 @@ void DurableReceiver::run() {
     if (keepAttached()) receive();
   }
   confirmAcknowledgements();
-  _subscription.reset();
+  use(nullptr);
 }
 
 /// Returns whether messages can come; if not, it has waited a little.
 bool DurableReceiver::keepAttached() {
   const auto now = Clock::now();
-  const bool connected = _connection->connected();
+  const std::uint64_t session = _connection->currentSession();
+  const bool connected = session != 0;
   const bool silent = connected && now - _heard > heartbeatsMissed;
-  if (_attached && (silent || _epoch != _connection->epoch())) _attached = false;
+  if (_attached && (silent || _session != session)) _attached = false;
   if (_attached && connected) {
     _seen = now;
     return true;
@@ -154,10 +164,9 @@ bool DurableReceiver::keepAttached() {
 
 void DurableReceiver::receive() {
   natsMsg* raw = nullptr;
-  const auto subscription = _subscription;
-  const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(slice));
+  const natsStatus status = natsSubscription_NextMsg(&raw, _subscription.get(), waitFor(slice).count());
   auto message = share(raw);
-  const TimePoint now = beginTurn(subscription.get());
+  const TimePoint now = beginTurn(waitingIn(*_subscription));
   if (status == NATS_OK) {
     take(std::move(message));
   } else if (status == NATS_TIMEOUT) {
@@ -185,10 +194,6 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
     return;
   }
   auto incoming = identify(std::move(message));  // which keeps what reply points to
-  if (incoming.torn) {                           // it is still stored
-    _attached = false;
-    return;
-  }
   const auto arrival = _position.arrived(numbers->stored, reply);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.
@@ -241,10 +246,11 @@ void DurableReceiver::settled(std::uint64_t number) {
 /// would come again if the reader was restarted or given to another one before.
 void DurableReceiver::confirmAcknowledgements() {
   const std::string last = std::exchange(_lastAcknowledged, {});
-  if (last.empty() || !_connection->connected()) return;
+  const auto session = _connection->session();
+  if (last.empty() || !session->usable()) return;
   _connection->drain(confirmTime);
   natsMsg* raw = nullptr;
-  (void)natsConnection_Request(&raw, _connection->handle(), last.c_str(), acknowledgement.data(),
+  (void)natsConnection_Request(&raw, session->handle(), last.c_str(), acknowledgement.data(),
                                static_cast<int>(acknowledgement.size()), confirmTime.count());
   const NatsMessage confirmed(raw);
 }

@@ -23,6 +23,9 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
  private:
   class Settlement;
 
+  void interrupt() override;
+  [[nodiscard]] std::shared_ptr<natsSubscription> subscribe(const std::string& subject);
+  void use(std::shared_ptr<natsSubscription> subscription);
   void attach(bool first);
   void reportExpired(const DurableStore::Claim& claim);
   void noticeNewStore(const DurableStore::Claim& claim);
@@ -36,9 +39,12 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   void settled(std::uint64_t number);
 
   const DurableStore _store;
+  std::mutex _mutex;
+  std::shared_ptr<natsSubscription> _waitedFor;  // what interrupt() ends; guarded by _mutex
+
   // Set by open(), then the delivery thread's own.
   std::shared_ptr<natsSubscription> _subscription;
-  std::uint64_t _epoch = 0;  // of the connection over which it was attached
+  std::uint64_t _session = 0;  // over which it was attached
   DurablePosition _position;
   std::int64_t _created = 0;  // when the store of _position was made
   Resequencer<Incoming> _order;

@@ -52,16 +52,17 @@ using ConsumerInfo = std::unique_ptr<jsConsumerInfo, NatsDeleter<jsConsumerInfo,
 DurableStore::DurableStore(std::shared_ptr<NatsConnection> connection, SubjectNames names)
     : _connection(std::move(connection)), _names(std::move(names)) {}
 
-JetStreamContext DurableStore::context() const {
-  jsCtx* context = nullptr;
+DurableStore::Context DurableStore::context() const {
+  auto session = _connection->session();
+  jsCtx* raw = nullptr;
   jsOptions options = makeOptions();
-  require(natsConnection_JetStream(&context, _connection->handle(), &options), "preparing JetStream");
-  return JetStreamContext(context);
+  require(natsConnection_JetStream(&raw, session->handle(), &options), "preparing JetStream");
+  return {std::move(session), JetStreamContext(raw)};
 }
 
 void DurableStore::prepare() const {
   const NatsEndpoint& endpoint = _connection->endpoint();
-  const auto js = context();
+  const auto [session, js] = context();
   std::array<const char*, 1> subjects{_names.durable.c_str()};
   jsStreamConfig config;
   require(jsStreamConfig_Init(&config), "preparing a store");
@@ -84,7 +85,8 @@ void DurableStore::prepare() const {
 
 DurableStore::State DurableStore::state() const {
   jsStreamInfo* raw = nullptr;
-  const natsStatus status = js_GetStreamInfo(&raw, context().get(), _names.store.c_str(), nullptr, nullptr);
+  const natsStatus status =
+      js_GetStreamInfo(&raw, context().js.get(), _names.store.c_str(), nullptr, nullptr);
   const StreamInfo info(raw);
   if (status != NATS_OK) fail(*_connection, "asking about the store " + _names.store, status);
   return {info->State.FirstSeq, info->Created};
@@ -105,7 +107,7 @@ void DurableStore::addReader(const std::string& deliverTo, std::uint64_t startsA
   config.Heartbeat = nanoseconds(heartbeat);
   jsErrCode error{};
   const natsStatus status =
-      js_AddConsumer(nullptr, context().get(), _names.store.c_str(), &config, nullptr, &error);
+      js_AddConsumer(nullptr, context().js.get(), _names.store.c_str(), &config, nullptr, &error);
   if (error == JSConsumerNameExistErr || error == JSConsumerExistingActiveErr) throw ReaderExists();
   if (status != NATS_OK) fail(*_connection, "becoming the reader of " + _names.store, status);
 }
@@ -113,7 +115,7 @@ void DurableStore::addReader(const std::string& deliverTo, std::uint64_t startsA
 DurableStore::Claim DurableStore::claim(const std::string& deliverTo) const {
   jsErrCode error{};
   jsConsumerInfo* raw = nullptr;
-  const natsStatus status = js_GetConsumerInfo(&raw, context().get(), _names.store.c_str(),
+  const natsStatus status = js_GetConsumerInfo(&raw, context().js.get(), _names.store.c_str(),
                                                SubjectNames::reader.c_str(), nullptr, &error);
   const ConsumerInfo info(raw);
   if (status != NATS_OK && error != JSConsumerNotFoundErr) {
@@ -135,8 +137,8 @@ DurableStore::Claim DurableStore::claim(const std::string& deliverTo) const {
 
 void DurableStore::restart(const std::string& deliverTo) const {
   jsErrCode error{};
-  const natsStatus status =
-      js_DeleteConsumer(context().get(), _names.store.c_str(), SubjectNames::reader.c_str(), nullptr, &error);
+  const natsStatus status = js_DeleteConsumer(context().js.get(), _names.store.c_str(),
+                                              SubjectNames::reader.c_str(), nullptr, &error);
   if (status != NATS_OK && error != JSConsumerNotFoundErr) {
     fail(*_connection, "restarting the reader of " + _names.store, status);
   }

@@ -43,7 +43,12 @@ class DurableStore {
   void restart(const std::string& deliverTo) const;
 
  private:
-  [[nodiscard]] JetStreamContext context() const;
+  /// For the calls of one session, which it holds.
+  struct Context {
+    std::shared_ptr<NatsSession> session;
+    JetStreamContext js;
+  };
+  [[nodiscard]] Context context() const;
   struct State {
     std::uint64_t first = 0;   // the lowest number that is stored
     std::int64_t created = 0;  // when it was made

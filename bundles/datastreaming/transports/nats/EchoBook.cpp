@@ -7,26 +7,19 @@
 
 namespace kestrel::streams {
 
-std::shared_future<std::string> EchoBook::expect(const std::shared_ptr<EchoBook>& book, Outbox& outbox,
-                                                 std::string text) {
+EchoBook::Expectation EchoBook::expect(std::string text) {
+  const std::lock_guard lock(_mutex);
+  const std::uint64_t number = ++_last;
+  Expected& expected = _expected[number];
+  expected.text = std::move(text);
+  return {number, expected.promise.get_future().share()};
+}
+
+void EchoBook::ask(const std::shared_ptr<EchoBook>& book, Outbox& outbox, std::uint64_t number) {
   constexpr std::uint64_t cost = 256;
-  std::shared_future<std::string> result;
-  std::uint64_t number = 0;
-  {
-    const std::lock_guard lock(book->_mutex);
-    number = ++book->_last;
-    Expected& expected = book->_expected[number];
-    expected.text = std::move(text);
-    result = expected.promise.get_future().share();
-  }
   const auto refusal =
       outbox.post({makeSignal(book->_prefix + std::to_string(number)), cost, number, book, 0});
   if (refusal) book->postsFailed({number}, *refusal);
-  return result;
-}
-
-void EchoBook::rinse(Outbox& outbox, std::size_t bytes, std::uint64_t epoch) const {
-  (void)outbox.post({makeSignal(_prefix + "0", std::string(bytes, '\n')), bytes, 0, nullptr, epoch});
 }
 
 void EchoBook::replied(std::uint64_t number, natsMsg*) {
@@ -55,7 +48,8 @@ void EchoBook::postsFailed(const std::vector<std::uint64_t>& tags, const std::st
   fail(failed, why);
 }
 
-/// Before it goes: a connection that is lost just now must find it marked.
+/// Of the message or of the one that asks, whichever is first. Before it goes: a session that is lost just now
+/// must find it marked.
 void EchoBook::posting(std::uint64_t tag) noexcept {
   const std::lock_guard lock(_mutex);
   const auto found = _expected.find(tag);

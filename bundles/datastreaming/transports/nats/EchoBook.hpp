@@ -19,13 +19,17 @@ class EchoBook final : public ReplySink, public Poster, public ConnectionWatcher
  public:
   void open(std::string replyPrefix) { _prefix = std::move(replyPrefix); }
 
-  /// A future that completes, with that text, when the server has all that was posted before; it fails if the
-  /// connection is lost in between. The book itself comes with each post.
-  [[nodiscard]] static std::shared_future<std::string> expect(const std::shared_ptr<EchoBook>& book,
-                                                              Outbox& outbox, std::string text);
+  struct Expectation {
+    std::uint64_t number = 0;
+    std::shared_future<std::string> confirmed;
+  };
 
-  /// Sends so many bytes to ourselves, over that connection only, and throws away what comes back.
-  void rinse(Outbox& outbox, std::size_t bytes, std::uint64_t epoch) const;
+  /// Begins with the confirmation of a message: it completes with that text, or fails if the session is lost
+  /// over which the message was sent. Whoever posts the message tells by posting() and postsFailed(), with
+  /// that number, and then asks.
+  [[nodiscard]] Expectation expect(std::string text);
+  /// Sends the message to ourselves. The book itself comes with each.
+  static void ask(const std::shared_ptr<EchoBook>& book, Outbox& outbox, std::uint64_t number);
 
   void replied(std::uint64_t number, natsMsg* reply) override;
   [[nodiscard]] bool idle() override;

@@ -22,14 +22,14 @@ class LiveProducer final : public ProducerBase {
   void open() override;
 
  private:
-  class Failures;
+  class Follower;
 
   const std::shared_ptr<NatsConnection> _connection;
   const std::string _subject;
   const bool _acknowledge;
-  const std::shared_ptr<Failures> _failures;
   // Guarded by the lock of ProducerBase.
-  std::shared_ptr<EchoBook> _echoes;  // set by open() if acknowledgements are wanted
+  std::shared_ptr<EchoBook> _echoes;    // set by open() if acknowledgements are wanted
+  std::shared_ptr<Follower> _follower;  // set by open()
   bool _heard = false;                // a message was accepted
 };
 

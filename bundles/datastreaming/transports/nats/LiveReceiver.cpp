@@ -21,32 +21,44 @@ LiveReceiver::LiveReceiver(std::shared_ptr<StreamContext> context, std::shared_p
     : NatsReceiver(std::move(context), std::move(connection), liveLimits()), _subject(std::move(subject)) {}
 
 void LiveReceiver::open() {
-  _subscribed = subscribe(_subject);
-  use(_subscribed);
+  auto subscription = _connection->subscribe(_subject, pendingLimits);
+  _connection->confirm(confirmTimeout);
+  _subscription = std::move(subscription);
+}
+
+void LiveReceiver::interrupt() {
+  if (_subscription) _subscription->end();
 }
 
 void LiveReceiver::run() {
-  const auto subscription = std::move(_subscribed);
   _clock = ArrivalClock(Clock::now());
   while (!stopped()) {
     natsMsg* raw = nullptr;
-    const natsStatus status = natsSubscription_NextMsg(&raw, subscription.get(), waitFor(longest));
+    const natsStatus status = _subscription->next(&raw, waitFor(longest));
     auto message = share(raw);
-    const TimePoint now = beginTurn(subscription.get());
+    const TimePoint now = beginTurn(_subscription->waiting());
     if (status == NATS_OK) {
       deliver(identify(std::move(message)), now);
       endTurn();
-    } else if (status == NATS_SLOW_CONSUMER) {
-      reportDropped(subscription.get());
     } else if (status == NATS_TIMEOUT) {
-      reportDropped(subscription.get());
+      reportDropped();
       _pipeline->tick(now);
     } else if (status == NATS_NO_RESPONDERS) {  // so the client calls a message that says so, whoever sent it
       refuse({});
-    } else {
+    } else if (status == NATS_CONNECTION_CLOSED) {
       return reportClosed();
+    } else {
+      reportDropped();
     }
   }
+}
+
+void LiveReceiver::reportDropped() {
+  const std::uint64_t dropped = _subscription->newlyDropped();
+  if (dropped == 0) return;
+  _errors->report("the data callback is too slow: " + std::to_string(dropped) +
+                  " messages were dropped, for more than " + std::to_string(pendingLimits.bytes) +
+                  " bytes waited");
 }
 
 }  // namespace kestrel::streams

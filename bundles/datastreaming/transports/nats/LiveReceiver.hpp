@@ -16,8 +16,11 @@ class LiveReceiver final : public NatsReceiver {
   void run() override;
 
  private:
+  void interrupt() override;
+  void reportDropped();
+
   const std::string _subject;
-  std::shared_ptr<natsSubscription> _subscribed;  // set by open(), then the delivery thread's own
+  std::shared_ptr<Subscription> _subscription;  // set by open()
 };
 
 }  // namespace kestrel::streams

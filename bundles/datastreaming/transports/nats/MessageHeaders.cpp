@@ -1,7 +1,5 @@
 #include "transports/nats/MessageHeaders.hpp"
 
-#include <xxhash.h>
-
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -84,33 +82,9 @@ std::string writeStamp(const Stamp& stamp) {
   return {buffer, at};
 }
 
-std::uint64_t checksum(const void* data, std::size_t size) {
-  return size == 0 ? 0 : XXH3_64bits(data, size);
-}
-
-std::string writeSealedStamp(const Stamp& stamp, const void* data, std::size_t size) {
-  char digits[16];
-  const auto end = std::to_chars(digits, digits + sizeof digits, checksum(data, size), 16).ptr;
-  std::string text = writeStamp(stamp);
-  text += ' ';
-  text.append(digits, end);
-  return text;
-}
-
-std::optional<SealedStamp> readSealedStamp(std::string_view text) {
-  const auto blank = text.find(' ');
-  if (blank == std::string_view::npos) return std::nullopt;
-  const auto stamp = readStamp(text.substr(0, blank));
-  const std::string_view digits = text.substr(blank + 1);
-  std::uint64_t sum = 0;
-  const auto [at, error] = std::from_chars(digits.data(), digits.data() + digits.size(), sum, 16);
-  if (!stamp || error != std::errc() || at != digits.data() + digits.size()) return std::nullopt;
-  return SealedStamp{*stamp, sum};
-}
-
-std::optional<Stamp> readStamp(std::string_view text) {
-  const char* at = text.data();
-  const char* const end = at + text.size();
+std::optional<Stamp> readStamp(const char* text) {
+  const char* at = text;
+  const char* const end = text + std::strlen(text);
   Stamp stamp;
   if (!takeNumber(at, end, stamp.version) || stamp.version != Stamp::currentVersion ||
       !takeNumber(at, end, stamp.producer, 16) || !takeNumber(at, end, stamp.sequence) ||

@@ -3,7 +3,6 @@
 #include <kestrel/datastreaming/Types.hpp>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "transports/nats/NatsHandles.hpp"
 #include "transports/shared/Stamp.hpp"
@@ -21,19 +20,7 @@ struct MessageHeaders {
 /// "version.producer.sequence.payload.index.refused.flags": the producer in hexadecimal; flags are 'c' for a
 /// piece, 'm' when more pieces follow, 'a' when the payload before it was given up.
 [[nodiscard]] std::string writeStamp(const Stamp& stamp);
-[[nodiscard]] std::optional<Stamp> readStamp(std::string_view text);
-
-/// A checksum of a message's bytes (XXH3, 64 bits), which stands behind the stamp and a blank, in
-/// hexadecimal. The C client may put the beginning of one message and the rest of another together when it
-/// reconnects.
-[[nodiscard]] std::uint64_t checksum(const void* data, std::size_t size);
-[[nodiscard]] std::string writeSealedStamp(const Stamp& stamp, const void* data, std::size_t size);
-
-struct SealedStamp {
-  Stamp stamp;
-  std::uint64_t checksum = 0;
-};
-[[nodiscard]] std::optional<SealedStamp> readSealedStamp(std::string_view text);
+[[nodiscard]] std::optional<Stamp> readStamp(const char* text);
 
 /// News of a producer, in the place of a message.
 struct ProducerEvent {

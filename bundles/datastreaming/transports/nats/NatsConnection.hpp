@@ -3,22 +3,26 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "transports/nats/ConnectionWatcher.hpp"
 #include "transports/nats/EchoBook.hpp"
+#include "transports/nats/LossSignal.hpp"
 #include "transports/nats/NatsEndpoint.hpp"
-#include "transports/nats/NatsHandles.hpp"
+#include "transports/nats/NatsSession.hpp"
 #include "transports/nats/Outbox.hpp"
 #include "transports/nats/ReplyInbox.hpp"
-#include "transports/nats/SocketLoop.hpp"
+#include "transports/nats/Subscription.hpp"
 #include "transports/shared/StreamContext.hpp"
 
 namespace kestrel::streams {
 
-/// One connection to a server of the endpoint, which comes back by itself when it is lost. Safe from any
-/// thread. Held by shared pointers; whoever lets go last closes it, within some seconds.
+/// The connection to the servers of an endpoint: one session after the other, as a thread of its own makes a
+/// new one when the present one is lost. Safe from any thread. Held by shared pointers; whoever lets go last
+/// closes it, within some seconds.
 class NatsConnection {
  public:
   /// Connects. Throws std::runtime_error that names the endpoint and the cause.
@@ -29,71 +33,71 @@ class NatsConnection {
   NatsConnection& operator=(const NatsConnection&) = delete;
 
   [[nodiscard]] const NatsEndpoint& endpoint() const { return _endpoint; }
-  [[nodiscard]] natsConnection* handle() const { return _connection; }
   [[nodiscard]] Outbox& outbox() { return _outbox; }
   [[nodiscard]] ReplyInbox& inbox() { return _inbox; }
-  /// For those who wait until the server has accepted something; throws std::runtime_error.
+  /// For those who wait until the server has accepted something.
   [[nodiscard]] std::shared_ptr<EchoBook> echoes();
 
-  /// Ends and frees a subscription.
-  void release(natsSubscription* subscription);
+  /// The present session, or the one that was lost last; never empty.
+  [[nodiscard]] std::shared_ptr<NatsSession> session() const;
+  /// The number of the present one, 0 while there is none.
+  [[nodiscard]] std::uint64_t currentSession() const { return _current; }
+  /// Subscribes, at every session to come too, before anything that waits in the outbox is sent over it.
+  /// Throws std::runtime_error.
+  [[nodiscard]] std::shared_ptr<Subscription> subscribe(const std::string& subject, PendingLimits limits);
   /// Waits until the server has answered to everything before, at most that long; throws std::runtime_error.
   void confirm(std::chrono::milliseconds most);
-  /// Waits until all that was posted has gone to the system, at most that long.
+  /// Waits until all that was posted has gone to the system, at most that long and while there is a session.
   void drain(std::chrono::milliseconds most);
 
-  [[nodiscard]] bool connected() const;
-  [[nodiscard]] bool closed() const;
-  /// Why it closed for good, or was lost last.
+  /// Whether no session will follow.
+  [[nodiscard]] bool closed() const { return _closed; }
+  /// Why the newest session was lost, or could not be made.
   [[nodiscard]] std::string lastFailure() const;
-  /// The largest message, headers included, that the server takes now.
-  [[nodiscard]] std::uint64_t maxPayload() const;
-  /// As SocketLoop::epoch().
-  [[nodiscard]] std::uint64_t epoch() const { return _loop.epoch(); }
-  /// How often it has come back.
-  [[nodiscard]] std::uint64_t reconnects() const { return _reconnects; }
+  /// The largest message, headers included, that the server takes, or took last.
+  [[nodiscard]] std::uint64_t maxPayload() const { return _maxPayload; }
 
   /// The watcher is told until it is destroyed.
-  void watch(const std::weak_ptr<ConnectionWatcher>& watcher);
+  void watch(const std::shared_ptr<ConnectionWatcher>& watcher);
   /// Reconnects are counted on that stream, once however often it is given.
   void countReconnectsOn(const std::shared_ptr<StreamContext>& context);
 
-  // What the C client reports; for its callbacks.
-  void onDisconnected();
-  void onReconnected();
-  void onClosed();
-  void onError(natsStatus status);
-
  private:
-  explicit NatsConnection(const NatsEndpoint& endpoint);
+  explicit NatsConnection(const NatsEndpoint& endpoint) : _endpoint(endpoint) {}
   void open();
-  void setOptions(natsOptions* options);
-  void setSecurity(natsOptions* options);
-  [[nodiscard]] std::string failureText(natsStatus status) const;
-  [[nodiscard]] std::vector<std::shared_ptr<ConnectionWatcher>> watchers();
-  void noteFailure();
-  void rinseParser();
+  void use(const std::shared_ptr<NatsSession>& session);
+  // On the thread that keeps the connection up.
+  void keepUp(const std::stop_token& stop);
+  void leaveSession();
+  [[nodiscard]] bool reconnect(const std::stop_token& stop);
+  [[nodiscard]] bool attempt();
+  void countReconnect();
+  void closeForGood();
+
+  void noteFailure(const std::string& why);
+  [[nodiscard]] std::vector<std::shared_ptr<ConnectionWatcher>> watchers() const;
 
   const NatsEndpoint _endpoint;
-  const std::uintptr_t _id;  // what the C client's callbacks know the connection by
-  SocketLoop _loop;          // its thread uses the outbox, but only while there is a connection
+  const std::shared_ptr<LossSignal> _signal = std::make_shared<LossSignal>();
   Outbox _outbox;
   ReplyInbox _inbox;
-  natsConnection* _connection = nullptr;
-  std::atomic<std::uint64_t> _reconnects{0};
-
-  // What the client has said, and of which connection: it does not answer while it writes, and writing over
-  // TLS may take its time.
-  mutable std::atomic<std::uint64_t> _usableEpoch{0};
-  mutable std::atomic<std::uint64_t> _maxPayload{0};
-  mutable std::atomic<std::uint64_t> _maxPayloadEpoch{0};
+  std::atomic<std::uint64_t> _current{0};
+  std::atomic<std::uint64_t> _maxPayload{0};
+  std::atomic<bool> _closed{false};
+  // Set by open(), then the keeper's own.
+  TimePoint _since{};      // when the present session began
+  int _shortSessions = 0;  // in a row
 
   mutable std::mutex _mutex;
   // Guarded by _mutex.
+  std::shared_ptr<NatsSession> _session;
+  std::vector<std::weak_ptr<Subscription>> _subscriptions;
   std::string _lastFailure;
   std::shared_ptr<EchoBook> _echoes;  // made when first asked for
   std::vector<std::weak_ptr<ConnectionWatcher>> _watchers;
   std::vector<std::weak_ptr<StreamContext>> _contexts;
+
+  std::jthread _keeper;
 };
 
 }  // namespace kestrel::streams

@@ -1,5 +1,6 @@
 #include "transports/nats/NatsHandles.hpp"
 
+#include <algorithm>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -45,10 +46,23 @@ class Discarded {
 
 }  // namespace
 
+std::uint64_t waitingIn(natsSubscription& subscription) {
+  int messages = 0;
+  if (natsSubscription_GetPending(&subscription, &messages, nullptr) != NATS_OK) return 0;
+  return static_cast<std::uint64_t>(std::max(messages, 0));
+}
+
 std::shared_ptr<natsMsg> share(natsMsg* message) {
   return {message, [](natsMsg* last) {
             if (last != nullptr) Discarded::shared().add(last);
           }};
+}
+
+std::string makeInbox() {
+  char* raw = nullptr;
+  require(natsInbox_Create(&raw), "naming an inbox");
+  const std::unique_ptr<char, decltype([](char* name) { natsInbox_Destroy(name); })> owner(raw);
+  return raw;
 }
 
 std::string describe(natsStatus status) {

@@ -18,12 +18,24 @@ using NatsSubscription =
     std::unique_ptr<natsSubscription, NatsDeleter<natsSubscription, natsSubscription_Destroy>>;
 using JetStreamContext = std::unique_ptr<jsCtx, NatsDeleter<jsCtx, jsCtx_Destroy>>;
 
+/// How much may wait to be taken from a subscription; what comes beyond is dropped. -1: no limit.
+struct PendingLimits {
+  int messages = -1;
+  int bytes = -1;
+};
+
+/// How many messages can be taken from a subscription at once.
+[[nodiscard]] std::uint64_t waitingIn(natsSubscription& subscription);
+
 /// Shares a message that the C client has made.
 ///
 /// The client hands every message that is destroyed to a thread of its own, which wakes up for it. At many
 /// messages a second that costs more than anything else, so messages are let go of many at a time: those
 /// used last, a quarter of a megabyte of data at most, stay until more follow.
 [[nodiscard]] std::shared_ptr<natsMsg> share(natsMsg* message);
+
+/// The name of a new inbox. Throws std::runtime_error.
+[[nodiscard]] std::string makeInbox();
 
 /// What a status means, with the client's own remark about the newest failure of this thread.
 [[nodiscard]] std::string describe(natsStatus status);

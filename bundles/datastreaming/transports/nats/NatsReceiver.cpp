@@ -5,19 +5,6 @@
 
 namespace kestrel::streams {
 
-namespace {
-
-constexpr std::chrono::milliseconds confirmTimeout{5000};
-constexpr int pendingMessages = 1 << 20;
-
-std::uint64_t waitingIn(natsSubscription* subscription) {
-  int messages = 0;
-  if (natsSubscription_GetPending(subscription, &messages, nullptr) != NATS_OK) return 0;
-  return static_cast<std::uint64_t>(std::max(messages, 0));
-}
-
-}  // namespace
-
 NatsReceiver::NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
                            const PayloadSequencer::Limits& limits)
     : _context(std::move(context)),
@@ -27,27 +14,9 @@ NatsReceiver::NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_p
 
 void NatsReceiver::stop(bool insideRun) {
   _stopped = true;
-  if (!insideRun) use(nullptr);
+  if (!insideRun) interrupt();
   _pipeline->close();
   _errors->close();
-}
-
-std::shared_ptr<natsSubscription> NatsReceiver::subscribe(const std::string& subject) {
-  natsSubscription* raw = nullptr;
-  require(natsConnection_SubscribeSync(&raw, _connection->handle(), subject.c_str()), "subscribing");
-  std::shared_ptr<natsSubscription> subscription(
-      raw, [connection = _connection](natsSubscription* ended) { connection->release(ended); });
-  require(natsSubscription_SetPendingLimits(raw, pendingMessages, ByteBudget::defaultLimit),
-          "setting the limits of a subscription");
-  _connection->confirm(confirmTimeout);
-  return subscription;
-}
-
-void NatsReceiver::use(std::shared_ptr<natsSubscription> subscription) {
-  const std::lock_guard lock(_mutex);
-  // Whoever waits for a message of the old one is woken by this; the thread keeps its own reference.
-  if (_subscription) natsSubscription_Unsubscribe(_subscription.get());
-  _subscription = _stopped ? nullptr : std::move(subscription);
 }
 
 NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message) {
@@ -55,19 +24,14 @@ NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message) 
   natsMsg* const raw = incoming.message.get();
   const char* text = nullptr;
   if (natsMsgHeader_Get(raw, MessageHeaders::stamp.c_str(), &text) == NATS_OK) {
-    if (const auto sealed = readSealedStamp(text)) {
-      incoming.identity = sealed->stamp;
-      const auto size = static_cast<std::size_t>(natsMsg_GetDataLength(raw));
-      incoming.torn = checksum(natsMsg_GetData(raw), size) != sealed->checksum;
-    }
+    if (const auto stamp = readStamp(text)) incoming.identity = *stamp;
   } else if (natsMsgHeader_Get(raw, MessageHeaders::event.c_str(), &text) == NATS_OK) {
     if (const auto event = readEvent(text)) incoming.identity = *event;
   }
   return incoming;
 }
 
-TimePoint NatsReceiver::beginTurn(natsSubscription* subscription) {
-  const auto waiting = waitingIn(subscription);
+TimePoint NatsReceiver::beginTurn(std::uint64_t waiting) {
   _moreWaits = waiting > 0;
   if (_moreWaits) _connection->outbox().expectMore();
   return _clock.advance(Clock::now(), waiting);
@@ -81,9 +45,6 @@ void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
   if (const auto* event = std::get_if<ProducerEvent>(&incoming.identity)) {
     deliverEvent(*event);
     return settle(incoming.receipt);
-  }
-  if (incoming.torn) {  // the next message of its producer shows that it is missing
-    return _errors->report("a message was cut off when the connection was lost, and is dropped");
   }
   const auto* stamp = std::get_if<Stamp>(&incoming.identity);
   natsMsg* const message = incoming.message.get();
@@ -116,20 +77,11 @@ void NatsReceiver::refuse(Incoming incoming) {
   settle(incoming.receipt);
 }
 
-std::int64_t NatsReceiver::waitFor(std::chrono::milliseconds most) const {
+std::chrono::milliseconds NatsReceiver::waitFor(std::chrono::milliseconds most) const {
   const auto deadline = _pipeline->deadline();
-  if (!deadline) return most.count();
+  if (!deadline) return most;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(_clock.real(*deadline) - Clock::now());
-  return std::clamp<std::int64_t>(left.count(), 1, most.count());
-}
-
-void NatsReceiver::reportDropped(natsSubscription* subscription) {
-  std::int64_t dropped = 0;
-  if (natsSubscription_GetDropped(subscription, &dropped) != NATS_OK || dropped <= _dropped) return;
-  _errors->report("the data callback is too slow: " + std::to_string(dropped - _dropped) +
-                  " messages were dropped, for more than " + std::to_string(ByteBudget::defaultLimit) +
-                  " bytes waited");
-  _dropped = dropped;
+  return std::clamp(left, std::chrono::milliseconds(1), most);
 }
 
 void NatsReceiver::reportClosed() {

@@ -32,23 +32,23 @@ class NatsReceiver {
   void stop(bool insideRun);
 
  protected:
-  /// Makes a subscription and waits until the server has it.
-  [[nodiscard]] std::shared_ptr<natsSubscription> subscribe(const std::string& subject);
-  /// Replaces the subscription that stop() ends.
-  void use(std::shared_ptr<natsSubscription> subscription);
+  static constexpr PendingLimits pendingLimits{1 << 20, ByteBudget::defaultLimit};
+  static constexpr std::chrono::milliseconds confirmTimeout{5000};
+
+  /// Wakes run() if it waits for a message, for it to find that it is stopped.
+  virtual void interrupt() = 0;
 
   /// A message as it came, and what its headers say that it is.
   struct Incoming {
     std::shared_ptr<natsMsg> message;
     std::variant<std::monostate, Stamp, ProducerEvent> identity;  ///< neither: of no producer of ours
-    bool torn = false;                                            ///< its bytes are not those that were sent
     std::unique_ptr<Receipt> receipt;                             ///< may be empty
   };
   [[nodiscard]] static Incoming identify(std::shared_ptr<natsMsg> message);
 
   /// Around the handling of what has just been taken from the subscription, if anything: the time that
-  /// delivery has reached, and what goes out meanwhile goes out together if more waits.
-  [[nodiscard]] TimePoint beginTurn(natsSubscription* subscription);
+  /// delivery has reached, and what goes out meanwhile goes out together if more waits: so many messages.
+  [[nodiscard]] TimePoint beginTurn(std::uint64_t waiting);
   void endTurn();
 
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
@@ -59,9 +59,7 @@ class NatsReceiver {
 
   [[nodiscard]] bool stopped() const { return _stopped; }
   /// How long to wait for a message, at most that long.
-  [[nodiscard]] std::int64_t waitFor(std::chrono::milliseconds most) const;
-  /// Reports what the C client has dropped since it was asked last.
-  void reportDropped(natsSubscription* subscription);
+  [[nodiscard]] std::chrono::milliseconds waitFor(std::chrono::milliseconds most) const;
   void reportClosed();
 
   const std::shared_ptr<StreamContext> _context;
@@ -74,13 +72,8 @@ class NatsReceiver {
  private:
   void deliverEvent(const ProducerEvent& event);
 
-  // The delivery thread's own.
-  std::int64_t _dropped = 0;
-  bool _moreWaits = false;
-
+  bool _moreWaits = false;  // the delivery thread's own
   std::atomic<bool> _stopped{false};
-  std::mutex _mutex;
-  std::shared_ptr<natsSubscription> _subscription;  // guarded by _mutex
 };
 
 }  // namespace kestrel::streams

@@ -14,19 +14,27 @@ std::string refusal(natsStatus status) {
   return "the NATS client refused it: " + describe(status);
 }
 
+/// Whether it was not refused for what it is; the next session may take it.
+bool foundConnectionLost(natsStatus status) {
+  return status == NATS_INSUFFICIENT_BUFFER || status == NATS_CONNECTION_CLOSED ||
+         status == NATS_CONNECTION_DISCONNECTED;
+}
+
 }  // namespace
 
 std::optional<std::string> Outbox::post(Post post) {
   std::unique_lock lock(_mutex);
   if (_closed) return _closed;
-  if (_connection == nullptr) return "the connection is not open yet";
   if (obsolete(post)) return "the connection was lost";
-  const bool mayWrite = !_pumping && !_loop.writesAlone();
-  if (mayWrite && _waiting.empty() && takesMore()) {
+  NatsSession* const session = _session.get();
+  const bool loopWrites = session != nullptr && session->loop().writesAlone();
+  if (!_pumping && !loopWrites && _waiting.empty() && takesMore()) {
     _pumping = true;
-    const natsStatus status = publish(lock, post);
-    drain(lock, senderRounds);
-    if (status == NATS_OK) return std::nullopt;
+    const natsStatus status = publish(lock, *session, post);
+    const bool lost = foundConnectionLost(status);
+    if (lost) putBack(std::move(post));
+    drain(lock, *session, senderRounds);
+    if (status == NATS_OK || lost) return std::nullopt;
     return refusal(status);
   }
   if (_waitingBytes + post.cost > _limit) {
@@ -35,29 +43,34 @@ std::optional<std::string> Outbox::post(Post post) {
   }
   _waitingBytes += post.cost;
   _waiting.push_back(std::move(post));
-  if (_loop.writesAlone() && !_pumping) _loop.wake();
+  if (loopWrites && !_pumping) session->loop().wake();
   return std::nullopt;
 }
 
+void Outbox::putBack(Post post) {
+  _waitingBytes += post.cost;
+  _waiting.push_front(std::move(post));
+}
+
 void Outbox::flush() {
-  if (_busyUntil.exchange(0) == 0 || _loop.writesAlone()) return;
+  if (_busyUntil.exchange(0) == 0) return;
   std::unique_lock lock(_mutex);
-  if (_connection == nullptr || _pumping) return;
+  if (!_session || _pumping || _session->loop().writesAlone()) return;
   _pumping = true;
-  drain(lock, senderRounds);
+  drain(lock, *_session, senderRounds);
 }
 
 void Outbox::pump() {
   std::unique_lock lock(_mutex);
-  if (_connection == nullptr) return;
+  if (!_session) return;
   // Whoever pumps now may have seen the state from before the event that this call is about.
   _pumpAgain = _pumping;
   if (_pumping) return;
   _pumping = true;
-  drain(lock, 0);
+  drain(lock, *_session, 0);
 }
 
-void Outbox::drain(std::unique_lock<std::mutex>& lock, int rounds) {
+void Outbox::drain(std::unique_lock<std::mutex>& lock, NatsSession& session, int rounds) {
   const bool onLoop = rounds == 0;
   bool more = false;
   std::vector<Post> failed;
@@ -69,41 +82,57 @@ void Outbox::drain(std::unique_lock<std::mutex>& lock, int rounds) {
       _waiting.pop_front();
       _waitingBytes -= post.cost;
       if (obsolete(post)) continue;
-      const natsStatus status = publish(lock, post);
+      const natsStatus status = publish(lock, session, post);
       if (status == NATS_OK) continue;
+      if (foundConnectionLost(status)) {
+        putBack(std::move(post));
+        break;
+      }
       why = refusal(status);
       failed.push_back(std::move(post));
     }
-    const bool hold = !onLoop && holdsBack();
+    const bool hold = !onLoop && holdsBack(session);
     lock.unlock();
     // What the socket did not take is for the loop, which looks by itself after its own turn, but may not
     // know yet after that of another thread.
     if (hold) {
-      _loop.wakeLater();
-    } else if (!_loop.flush() && !onLoop) {
-      _loop.wake();
+      session.loop().wakeLater();
+    } else if (!session.loop().flush() && !onLoop) {
+      session.loop().wake();
     }
     lock.lock();
     more = _pumpAgain || (!_waiting.empty() && takesMore());
   } while (more && (onLoop || --rounds > 0));
+  if (more) session.loop().wake();
   _pumping = false;
-  if (more) _loop.wake();
+  _pumped.notify_all();
   lock.unlock();
   reportFailed(failed, why);
 }
 
-void Outbox::open(natsConnection* connection) {
+void Outbox::open(std::shared_ptr<NatsSession> session) {
   const std::lock_guard lock(_mutex);
-  _connection = connection;
+  _session = std::move(session);
+  _session->loop().wake();
+}
+
+void Outbox::suspend() {
+  std::unique_lock lock(_mutex);
+  leaveSession(lock);
+}
+
+void Outbox::leaveSession(std::unique_lock<std::mutex>& lock) {
+  const auto session = std::exchange(_session, nullptr);
+  _pumped.wait(lock, [this] { return !_pumping; });
 }
 
 void Outbox::close(const std::string& why) {
   std::vector<Post> dropped;
   {
-    const std::lock_guard lock(_mutex);
+    std::unique_lock lock(_mutex);
     if (_closed) return;
     _closed = why;
-    _connection = nullptr;
+    leaveSession(lock);
     dropped.assign(std::move_iterator(_waiting.begin()), std::move_iterator(_waiting.end()));
     _waiting.clear();
     _waitingBytes = 0;
@@ -120,35 +149,32 @@ void Outbox::reportFailed(std::span<const Post> failed, const std::string& why) 
 }
 
 bool Outbox::empty() {
-  natsConnection* connection = nullptr;
+  std::shared_ptr<NatsSession> session;
   {
     const std::lock_guard lock(_mutex);
-    if (_connection == nullptr) return true;
     if (_pumping || !_waiting.empty()) return false;
-    connection = _connection;
+    session = _session;
   }
-  return natsConnection_Buffered(connection) <= 0;
+  return !session || natsConnection_Buffered(session->handle()) <= 0;
 }
 
 bool Outbox::takesMore() const {
-  return _connection != nullptr && natsConnection_Status(_connection) == NATS_CONN_STATUS_CONNECTED &&
-         _loop.epoch() != 0 && natsConnection_Buffered(_connection) < window;
+  return _session && _session->usable() && natsConnection_Buffered(_session->handle()) < window;
 }
 
-bool Outbox::holdsBack() const {
+bool Outbox::holdsBack(const NatsSession& session) const {
   const auto until = _busyUntil.load(std::memory_order_relaxed);
-  return until != 0 && _connection != nullptr && Clock::now().time_since_epoch().count() < until &&
-         natsConnection_Buffered(_connection) < mostHeldBack;
+  return until != 0 && Clock::now().time_since_epoch().count() < until &&
+         natsConnection_Buffered(session.handle()) < mostHeldBack;
 }
 
-natsStatus Outbox::publish(std::unique_lock<std::mutex>& lock, const Post& post) {
-  natsConnection* const connection = _connection;
+natsStatus Outbox::publish(std::unique_lock<std::mutex>& lock, NatsSession& session, const Post& post) {
   lock.unlock();
   natsStatus status = NATS_OK;
   if (post.poster) post.poster->posting(post.tag);
   {
     const SocketLoop::FlushesItself mark;
-    status = natsConnection_PublishMsg(connection, post.message.get());
+    status = natsConnection_PublishMsg(session.handle(), post.message.get());
   }
   lock.lock();
   return status;

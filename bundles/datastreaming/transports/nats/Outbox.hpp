@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -10,8 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "transports/nats/NatsHandles.hpp"
-#include "transports/nats/SocketLoop.hpp"
+#include "transports/nats/NatsSession.hpp"
 #include "transports/shared/Frame.hpp"
 
 namespace kestrel::streams {
@@ -42,10 +42,10 @@ class Outbox {
     std::uint64_t cost = 0;          ///< the memory that it takes while it waits
     std::uint64_t tag = 0;           ///< the poster's own
     std::shared_ptr<Poster> poster;  ///< may be empty
-    std::uint64_t epoch = 0;         ///< if not 0: the only connection that it may go to, else it is dropped
+    std::uint64_t session = 0;       ///< if not 0: the only one that it may go to, else it is dropped
   };
 
-  explicit Outbox(SocketLoop& loop, std::uint64_t limit = defaultLimit) : _loop(loop), _limit(limit) {}
+  explicit Outbox(std::uint64_t limit = defaultLimit) : _limit(limit) {}
 
   /// Takes the message over; or returns why not.
   [[nodiscard]] std::optional<std::string> post(Post post);
@@ -56,10 +56,14 @@ class Outbox {
   /// All that came in has been handled.
   void flush();
 
-  /// Sends what the socket takes. For the loop that watches it.
+  /// Sends what the socket takes. For the session's loop.
   void pump();
 
-  void open(natsConnection* connection);
+  /// Sends over that session from now on.
+  void open(std::shared_ptr<NatsSession> session);
+  /// Until another one comes everything waits here. When this returns, the session is not used any more. Not
+  /// from its loop.
+  void suspend();
   /// From now on every post is refused with that text, and what waits is dropped and reported so.
   void close(const std::string& why);
 
@@ -69,16 +73,18 @@ class Outbox {
  private:
   static void reportFailed(std::span<const Post> failed, const std::string& why);
   [[nodiscard]] bool takesMore() const;
+  void putBack(Post post);
+  void leaveSession(std::unique_lock<std::mutex>& lock);
   // Both are for the thread that pumps, with the lock held; it is given up while the client or the system
-  // works. drain() ends the pumping and leaves the lock open; after so many rounds, unless 0, the loop goes
-  // on.
-  [[nodiscard]] natsStatus publish(std::unique_lock<std::mutex>& lock, const Post& post);
-  void drain(std::unique_lock<std::mutex>& lock, int rounds);
+  // works, and the session may be left meanwhile. drain() ends the pumping and leaves the lock open; after so
+  // many rounds, unless 0, the loop goes on.
+  [[nodiscard]] static natsStatus publish(std::unique_lock<std::mutex>& lock, NatsSession& session,
+                                          const Post& post);
+  void drain(std::unique_lock<std::mutex>& lock, NatsSession& session, int rounds);
   [[nodiscard]] bool obsolete(const Post& post) const {
-    return post.epoch != 0 && post.epoch != _loop.epoch();
+    return post.session != 0 && (!_session || post.session != _session->number());
   }
-
-  [[nodiscard]] bool holdsBack() const;
+  [[nodiscard]] bool holdsBack(const NatsSession& session) const;
 
   // So that a handler that takes its time does not delay others.
   static constexpr std::chrono::microseconds busy{100};
@@ -86,11 +92,10 @@ class Outbox {
   // Large messages go one by one: what the socket did not take is moved in memory for each that follows.
   static constexpr int window = 64 << 10;
 
-  SocketLoop& _loop;
   const std::uint64_t _limit;
   std::mutex _mutex;
   // Guarded by _mutex.
-  natsConnection* _connection = nullptr;
+  std::shared_ptr<NatsSession> _session;  // none while the connection is away
   std::deque<Post> _waiting;
   std::uint64_t _waitingBytes = 0;
   std::optional<std::string> _closed;
@@ -98,6 +103,7 @@ class Outbox {
   // many senders share one call of the system.
   bool _pumping = false;
   bool _pumpAgain = false;
+  std::condition_variable _pumped;
 
   std::atomic<Clock::rep> _busyUntil{0};
 };

@@ -28,7 +28,7 @@ std::variant<OutgoingMessage, std::string> makeMessage(const MessageParts& parts
   if (parts.size > maxPayload || parts.size > INT_MAX) return tooLarge(parts.size, 0, maxPayload);
   OutgoingMessage result{create(parts.subject, parts.reply, parts.data, parts.size), 0};
   HeaderWriter headers(result.message.get());
-  headers.add(MessageHeaders::stamp, writeSealedStamp(parts.stamp, parts.data, parts.size));
+  headers.add(MessageHeaders::stamp, writeStamp(parts.stamp));
   headers.add(parts.attributes);
   if (parts.withId) {
     std::string id;

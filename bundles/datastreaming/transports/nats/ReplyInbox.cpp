@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cstring>
-#include <vector>
 
 #include "transports/shared/ThreadName.hpp"
 
@@ -14,24 +13,10 @@ ReplyInbox::~ReplyInbox() {
 
 std::string ReplyInbox::add(const std::shared_ptr<ReplySink>& sink) {
   const std::lock_guard lock(_mutex);
-  if (!_subscription) begin();
   const std::uint64_t key = ++_lastKey;
   _sinks.emplace(key, sink);
+  if (!_thread.joinable()) _thread = std::thread([this] { run(); });
   return _prefix + std::to_string(key) + ".";
-}
-
-void ReplyInbox::begin() {
-  char* inbox = nullptr;
-  require(natsInbox_Create(&inbox), "naming an inbox");
-  const std::unique_ptr<char, decltype([](char* name) { natsInbox_Destroy(name); })> owner(inbox);
-  _prefix = std::string(inbox) + ".";
-  natsSubscription* subscription = nullptr;
-  require(natsConnection_SubscribeSync(&subscription, _connection, (_prefix + ">").c_str()),
-          "subscribing to the inbox");
-  NatsSubscription created(subscription);
-  require(natsSubscription_SetPendingLimits(subscription, -1, -1), "setting the inbox's limits");
-  _thread = std::thread([this, subscription] { run(subscription); });
-  _subscription = std::move(created);
 }
 
 bool ReplyInbox::idle() {
@@ -43,30 +28,28 @@ bool ReplyInbox::idle() {
 
 void ReplyInbox::close(const std::string& why) {
   std::thread thread;
-  NatsSubscription subscription;
   {
     const std::lock_guard lock(_mutex);
     thread.swap(_thread);
-    subscription.swap(_subscription);
   }
   if (!thread.joinable()) return;
-  natsSubscription_Unsubscribe(subscription.get());
+  _subscription->end();
   thread.join();
   for (const auto& [key, sink] : sinks()) sink->abandon(why);
 }
 
-void ReplyInbox::run(natsSubscription* subscription) {
+void ReplyInbox::run() {
   nameThisThread("kestrel-replies");
   auto nextBeat = std::chrono::steady_clock::now() + interval;
   for (;;) {
     natsMsg* raw = nullptr;
-    const natsStatus status = natsSubscription_NextMsg(&raw, subscription, interval.count());
+    const natsStatus status = _subscription->next(&raw, interval);
     const NatsMessage reply(raw);
     if (status == NATS_OK) {
       dispatch(reply.get());
     } else if (status == NATS_NO_RESPONDERS) {
       for (const auto& [key, sink] : sinks()) sink->unreceived();
-    } else if (status == NATS_CONNECTION_CLOSED || status == NATS_INVALID_SUBSCRIPTION) {
+    } else if (status == NATS_CONNECTION_CLOSED) {
       return;
     }
     const auto now = std::chrono::steady_clock::now();

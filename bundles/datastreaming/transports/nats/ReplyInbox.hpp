@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "transports/nats/NatsHandles.hpp"
+#include "transports/nats/Subscription.hpp"
 
 namespace kestrel::streams {
 
@@ -37,15 +37,18 @@ class ReplyInbox {
  public:
   static constexpr std::chrono::milliseconds interval{100};
 
-  ReplyInbox() = default;
+  ReplyInbox() : _prefix(makeInbox() + ".") {}
   ~ReplyInbox();
   ReplyInbox(const ReplyInbox&) = delete;
   ReplyInbox& operator=(const ReplyInbox&) = delete;
 
-  void open(natsConnection* connection) { _connection = connection; }
+  /// What to subscribe to.
+  [[nodiscard]] std::string subject() const { return _prefix + ">"; }
+  /// Where that comes in; before any sink is added.
+  void open(std::shared_ptr<Subscription> subscription) { _subscription = std::move(subscription); }
 
   /// Adds a sink and keeps it until its beat() returns false; returns what its reply subjects begin with: a
-  /// number, written in decimal, comes behind. Throws std::runtime_error.
+  /// number, written in decimal, comes behind.
   [[nodiscard]] std::string add(const std::shared_ptr<ReplySink>& sink);
 
   /// Whether no sink waits for a reply.
@@ -55,18 +58,16 @@ class ReplyInbox {
   void close(const std::string& why);
 
  private:
-  void begin();
-  void run(natsSubscription* subscription);
+  void run();
   void dispatch(natsMsg* reply);
   void beat();
   [[nodiscard]] std::vector<std::pair<std::uint64_t, std::shared_ptr<ReplySink>>> sinks();
 
-  natsConnection* _connection = nullptr;
+  const std::string _prefix;
+  std::shared_ptr<Subscription> _subscription;
 
   std::mutex _mutex;
   // Guarded by _mutex.
-  std::string _prefix;
-  NatsSubscription _subscription;
   std::thread _thread;
   std::uint64_t _lastKey = 0;
   std::unordered_map<std::uint64_t, std::shared_ptr<ReplySink>> _sinks;

@@ -69,12 +69,11 @@ void SocketLoop::wakeLater() {
 
 natsStatus SocketLoop::attach(void** userData, void* loop, natsConnection* connection, natsSock socket) {
   auto* const self = static_cast<SocketLoop*>(loop);
+  if (self->_connection != nullptr) return NATS_ILLEGAL_STATE;
   *userData = self;
   self->_connection = connection;
-  ++self->_attachments;
   self->_socket = socket;
   self->_wantsRead = true;
-  self->_fresh = true;
   self->wake();
   return NATS_OK;
 }
@@ -109,17 +108,15 @@ bool SocketLoop::flush() {
     return true;
   }
   if (write(connection)) return true;
-  if (natsConnection_Status(connection) == NATS_CONN_STATUS_CONNECTED) _wantsWrite = true;
+  if (attached()) _wantsWrite = true;
   return false;
 }
 
 bool SocketLoop::write(natsConnection* connection) {
   const std::unique_lock lock(_using, std::try_to_lock);
-  // While the client reconnects, its buffer still holds what the old connection did not take.
-  if (!lock || natsConnection_Status(connection) != NATS_CONN_STATUS_CONNECTED) return false;
+  if (!lock || !attached()) return false;
   const FlushesItself mark;
   natsConnection_ProcessWriteEvent(connection);
-  _fresh = false;
   return natsConnection_Buffered(connection) <= 0;
 }
 
@@ -136,10 +133,7 @@ void SocketLoop::turn() {
   std::array<pollfd, 3> polled{pollfd{_event.get(), POLLIN, 0}, pollfd{_timer.get(), POLLIN, 0},
                                pollfd{socket, events, 0}};
   auto& [woken, timed, ready] = polled;
-  // A thread that published while the connection was lost may have made the client forget to ask for writing,
-  // and it does not ask again before something has been written.
-  const int timeout = _fresh ? 10 : -1;
-  if (::poll(polled.data(), polled.size(), timeout) < 0 || _stopped) return;
+  if (::poll(polled.data(), polled.size(), -1) < 0 || _stopped) return;
   if (woken.revents != 0) clear(_event);
   if (timed.revents != 0) {
     clear(_timer);
@@ -155,7 +149,7 @@ void SocketLoop::turn() {
     const std::lock_guard lock(_using);
     natsConnection_ProcessReadEvent(_connection);
   }
-  if (_fresh || woken.revents != 0 || timed.revents != 0 || (ready.revents & POLLOUT) != 0) _writable();
+  if (woken.revents != 0 || timed.revents != 0 || (ready.revents & POLLOUT) != 0) _writable();
 }
 
 }  // namespace kestrel::streams

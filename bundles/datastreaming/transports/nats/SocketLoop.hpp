@@ -30,8 +30,11 @@ class SocketLoop {
   SocketLoop(const SocketLoop&) = delete;
   SocketLoop& operator=(const SocketLoop&) = delete;
 
-  /// Makes connections with these options use this loop.
+  /// Makes the connection that is opened with these options use this loop. It serves one only.
   void install(natsOptions* options);
+
+  /// Whether there is a connection, as far as the client has noticed.
+  [[nodiscard]] bool attached() const { return _socket >= 0; }
 
   /// Runs `writable` soon. Safe from any thread.
   void wake();
@@ -41,8 +44,7 @@ class SocketLoop {
   void wakeLater();
 
   /// Writes what the client has buffered, as far as the socket takes it, unless the loop reads just now,
-  /// which then writes afterwards. Returns whether nothing is left. For one thread at a time, while there is
-  /// a connection.
+  /// which then writes afterwards. Returns whether nothing is left. For one thread at a time.
   bool flush();
 
   /// Waits until the client's code that reads now has returned. It looks a subscription up and then uses it
@@ -53,12 +55,8 @@ class SocketLoop {
   /// Whether only the loop's thread may flush.
   [[nodiscard]] bool writesAlone() const { return _secure; }
 
-  /// Ends the thread. Nothing is read or written afterwards.
+  /// Ends the thread; nothing is read afterwards. Not on that thread.
   void stop();
-
-  /// Counts the connections that there were, the present one included; 0 while there is none. It changes
-  /// before the client reports a connection as usable.
-  [[nodiscard]] std::uint64_t epoch() const { return _socket >= 0 ? _attachments.load() : 0; }
 
   /// While one exists, the calling thread flushes what it appends by itself, and the loop is not woken for
   /// it.
@@ -87,14 +85,12 @@ class SocketLoop {
   const FileDescriptor _timer;
   std::atomic<bool> _timed{false};  // _timer runs
   std::atomic<natsConnection*> _connection{nullptr};
-  std::atomic<std::uint64_t> _attachments{0};
   std::atomic<int> _socket{-1};
   std::atomic<bool> _wantsRead{false};
   std::atomic<bool> _wantsWrite{false};
   std::atomic<bool> _stopped{false};
   // Held while the client uses the socket: whichever thread finds it broken closes it.
   std::mutex _using;
-  std::atomic<bool> _fresh{false};  // nothing was written since the connection came
   std::thread _thread;
 };
 

@@ -1,0 +1,204 @@
+#include "transports/nats/NatsSession.hpp"
+
+#include <algorithm>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <unordered_map>
+#include <vector>
+
+#include <kestrel/datastreaming/Keys.hpp>
+#include "transports/shared/Log.hpp"
+
+namespace kestrel::streams {
+
+using datastreaming::DataSteamingErrorCodes;
+
+namespace {
+
+constexpr std::chrono::milliseconds connectTimeout{2000};
+constexpr std::chrono::milliseconds secureWriteDeadline{5000};
+constexpr std::chrono::milliseconds never{std::chrono::hours(24 * 365)};
+constexpr int readBuffer = 256 << 10;
+
+/// The C client may call back after a connection was destroyed, so its callbacks get a number instead of a
+/// pointer.
+class Listeners {
+ public:
+  struct Entry {
+    std::shared_ptr<LossListener> listener;
+    std::string shown;
+  };
+
+  static Listeners& shared() {
+    static auto* const listeners = new Listeners;  // callbacks may come while the process ends
+    return *listeners;
+  }
+
+  std::uint64_t add(Entry entry) {
+    const std::lock_guard lock(_mutex);
+    _entries[++_last] = std::move(entry);
+    return _last;
+  }
+  void remove(std::uint64_t session) {
+    const std::lock_guard lock(_mutex);
+    _entries.erase(session);
+  }
+  Entry find(void* session) {
+    const std::lock_guard lock(_mutex);
+    const auto found = _entries.find(reinterpret_cast<std::uintptr_t>(session));
+    return found == _entries.end() ? Entry{} : found->second;
+  }
+
+ private:
+  std::mutex _mutex;
+  // Guarded by _mutex.
+  std::uint64_t _last = 0;
+  std::unordered_map<std::uint64_t, Entry> _entries;
+};
+
+void forwardLoss(natsConnection*, void* session) {
+  const auto entry = Listeners::shared().find(session);
+  if (entry.listener) entry.listener->lost(reinterpret_cast<std::uintptr_t>(session));
+}
+
+void logFault(natsConnection*, natsSubscription*, natsStatus status, void* session) {
+  if (status == NATS_SLOW_CONSUMER) return;  // told by its consumer, which knows the numbers
+  const auto entry = Listeners::shared().find(session);
+  if (entry.listener) logError(entry.shown + ": " + natsStatus_GetText(status));
+}
+
+void setSecurity(natsOptions* options, const NatsEndpoint& endpoint) {
+  const auto set = [&](natsStatus status, const std::string& what) {
+    if (status == NATS_OK) return;
+    throw std::runtime_error(DataSteamingErrorCodes::CONNECTION_ERROR + ": " + endpoint.shown + ": " + what +
+                             ": " + describe(status));
+  };
+  set(natsOptions_SetSecure(options, true), "setting up TLS");
+  set(natsOptions_SetWriteDeadline(options, secureWriteDeadline.count()), "setting up TLS");
+  if (!endpoint.certificateAuthority.empty()) {
+    const char* const file = endpoint.certificateAuthority.c_str();
+    set(natsOptions_LoadCATrustedCertificates(options, file), "loading 'tls_ca' " + std::string(file));
+  }
+  if (!endpoint.certificate.empty()) {
+    set(natsOptions_LoadCertificatesChain(options, endpoint.certificate.c_str(), endpoint.privateKey.c_str()),
+        "loading 'tls_cert' and 'tls_key'");
+  }
+  const std::string& host = endpoint.certificateHost;
+  if (!host.empty()) set(natsOptions_SetExpectedHostname(options, host.c_str()), "setting 'tls_host'");
+}
+
+std::string failureText(natsStatus status, const NatsEndpoint& endpoint) {
+  const bool unauthorized = status == NATS_CONNECTION_AUTH_FAILED;
+  const std::string& code = unauthorized && endpoint.token.empty() ? DataSteamingErrorCodes::TOKEN_NOT_FOUND
+                                                                   : DataSteamingErrorCodes::CONNECTION_ERROR;
+  std::string cause = describe(status);
+  if (unauthorized) {
+    cause = endpoint.token.empty() ? "the server asks for a token, and none is configured"
+                                   : "the server does not accept the configured token";
+  }
+  return code + ": cannot connect to " + endpoint.shown + ": " + cause;
+}
+
+std::vector<std::string> inRandomOrder(std::vector<std::string> servers) {
+  std::shuffle(servers.begin(), servers.end(), std::minstd_rand(std::random_device{}()));
+  return servers;
+}
+
+}  // namespace
+
+std::shared_ptr<NatsSession> NatsSession::connect(const NatsEndpoint& endpoint,
+                                                  const std::shared_ptr<LossListener>& listener,
+                                                  const std::function<void()>& writable) {
+  std::string why;
+  bool refused = false;  // a server that is there and refuses us says more than one that is not there
+  for (const std::string& server : inRandomOrder(endpoint.servers)) {
+    const auto number = Listeners::shared().add({listener, endpoint.shown});
+    const std::shared_ptr<NatsSession> session(new NatsSession(number, endpoint, writable));
+    const natsStatus status = session->open(endpoint, server);
+    if (status == NATS_OK) return session;
+    if (!refused) why = failureText(status, endpoint);
+    refused = refused || status != NATS_NO_SERVER;
+  }
+  throw std::runtime_error(why);
+}
+
+NatsSession::NatsSession(std::uint64_t number, const NatsEndpoint& endpoint,
+                         const std::function<void()>& writable)
+    : _number(number), _loop(writable, endpoint.secure) {}
+
+NatsSession::~NatsSession() {
+  Listeners::shared().remove(_number);
+  _loop.stop();  // the client does not expect to be closed while it reads
+  natsConnection_Destroy(_handle);
+}
+
+natsStatus NatsSession::open(const NatsEndpoint& endpoint, const std::string& server) {
+  natsOptions* raw = nullptr;
+  require(natsOptions_Create(&raw), "creating options of the NATS client");
+  const NatsOptions options(raw);
+  setOptions(raw, endpoint, server);
+  if (endpoint.secure) setSecurity(raw, endpoint);
+  _loop.install(raw);
+  const natsStatus status = natsConnection_Connect(&_handle, raw);
+  if (status == NATS_OK && natsConnection_HasHeaderSupport(_handle) != NATS_OK) {
+    throw std::runtime_error(DataSteamingErrorCodes::CONNECTION_ERROR + ": the server at " + endpoint.shown +
+                             " does not support message headers; 2.2 or newer is needed");
+  }
+  return status;
+}
+
+void NatsSession::setOptions(natsOptions* options, const NatsEndpoint& endpoint, const std::string& server) {
+  void* const id = reinterpret_cast<void*>(_number);
+  const auto ping = std::chrono::milliseconds(endpoint.pingInterval).count();
+  const auto set = [](natsStatus status) { require(status, "setting an option of the NATS client"); };
+  set(natsOptions_SetURL(options, server.c_str()));
+  set(natsOptions_SetName(options, "kestrel"));
+  if (!endpoint.token.empty()) set(natsOptions_SetToken(options, endpoint.token.c_str()));
+  set(natsOptions_SetTimeout(options, connectTimeout.count()));
+  set(natsOptions_SetPingInterval(options, ping));
+  set(natsOptions_SetMaxPingsOut(options, 2));
+  set(natsOptions_SetIOBufSize(options, readBuffer));
+  // Without it a thread of the client's would look only every millisecond whether there is something to send.
+  set(natsOptions_SetSendAsap(options, true));
+  // Forbidden to reconnect, the client would drop what has come in and was not taken. With a single server it
+  // waits before it tries, and we have closed it long before.
+  set(natsOptions_SetMaxReconnect(options, -1));
+  set(natsOptions_SetReconnectWait(options, never.count()));
+  set(natsOptions_SetReconnectJitter(options, 0, 0));
+  set(natsOptions_SetIgnoreDiscoveredServers(options, true));
+  set(natsOptions_SetReconnectBufSize(options, 0));
+  set(natsOptions_SetFailRequestsOnDisconnect(options, true));
+  set(natsOptions_SetDisconnectedCB(options, forwardLoss, id));
+  set(natsOptions_SetClosedCB(options, forwardLoss, id));
+  set(natsOptions_SetErrorHandler(options, logFault, id));
+}
+
+std::uint64_t NatsSession::maxPayload() const {
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(0, natsConnection_GetMaxPayload(_handle)));
+}
+
+std::string NatsSession::failure() const {
+  const char* text = nullptr;
+  natsConnection_GetLastError(_handle, &text);
+  return text == nullptr || *text == '\0' ? "the connection was lost" : text;
+}
+
+std::shared_ptr<natsSubscription> NatsSession::subscribe(const std::shared_ptr<NatsSession>& session,
+                                                         const std::string& subject, PendingLimits limits) {
+  natsSubscription* raw = nullptr;
+  require(natsConnection_SubscribeSync(&raw, session->handle(), subject.c_str()), "subscribing");
+  std::shared_ptr<natsSubscription> subscription(
+      raw, [session](natsSubscription* ended) { session->release(ended); });
+  require(natsSubscription_SetPendingLimits(raw, limits.messages, limits.bytes),
+          "setting the limits of a subscription");
+  return subscription;
+}
+
+void NatsSession::release(natsSubscription* subscription) {
+  natsSubscription_Unsubscribe(subscription);
+  _loop.settle();
+  natsSubscription_Destroy(subscription);
+}
+
+}  // namespace kestrel::streams

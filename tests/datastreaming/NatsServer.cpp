@@ -122,6 +122,9 @@ void NatsServer::kill() {
 
 void NatsServer::freeze() {
   ::kill(_process, SIGSTOP);
+  int status = 0;
+  while (::waitpid(_process, &status, WUNTRACED) == _process && !WIFSTOPPED(status)) {
+  }
 }
 
 void NatsServer::thaw() {

@@ -1,5 +1,6 @@
 #include "BoostLogWriter.hpp"
 
+#include <boost/log/attributes/attribute_name.hpp>
 #include <boost/log/attributes/attribute_set.hpp>
 #include <boost/log/attributes/clock.hpp>
 #include <boost/log/attributes/constant.hpp>
@@ -29,17 +30,35 @@ logging::core& core() {
   return **held;
 }
 
+struct Names {
+  const logging::attribute_name channel{"Channel"};
+  const logging::attribute_name severity{"Severity"};
+  const logging::attribute_name timeStamp{"TimeStamp"};
+  const logging::attribute_name threadId{"ThreadID"};
+  const logging::attribute_name message{"Message"};
+};
+
+const Names& names() {
+  static const auto* const known = new Names;
+  return *known;
+}
+
 }  // namespace
+
+void prepareBoostLog() {
+  (void)core();
+  (void)names();
+}
 
 void writeToBoostLog(const std::string& channel, Severity severity, std::string_view text) {
   namespace attributes = logging::attributes;
   auto& target = core();
   logging::attribute_set set;
-  set.insert("Channel", attributes::constant<std::string>(channel));
-  set.insert("Severity", attributes::constant<SeverityMask>(static_cast<SeverityMask>(severity)));
-  set.insert("TimeStamp", attributes::utc_clock());
-  set.insert("ThreadID", attributes::current_thread_id());
-  set.insert("Message", attributes::constant<std::string>(std::string(text)));
+  set.insert(names().channel, attributes::constant<std::string>(channel));
+  set.insert(names().severity, attributes::constant<SeverityMask>(static_cast<SeverityMask>(severity)));
+  set.insert(names().timeStamp, attributes::utc_clock());
+  set.insert(names().threadId, attributes::current_thread_id());
+  set.insert(names().message, attributes::constant<std::string>(std::string(text)));
   if (auto record = target.open_record(set)) target.push_record(boost::move(record));
 }
 

@@ -7,6 +7,7 @@
 namespace kestrel::diagnostics {
 
 Logger::Logger(std::string_view channel) {
+  prepareBoostLog();
   const auto& [name, setting] = ChannelTable::instance().open(channel);
   _channel = &name;
   _severities = &setting.severities;

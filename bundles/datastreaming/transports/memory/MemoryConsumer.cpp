@@ -5,8 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "transports/shared/ThreadName.hpp"
-
 namespace kestrel::streams {
 
 MemoryConsumer::MemoryConsumer(std::shared_ptr<StreamContext> context, std::shared_ptr<MemoryStream> stream,
@@ -22,12 +20,7 @@ MemoryConsumer::~MemoryConsumer() {
   }
   _pipeline->close();
   _errors->close();
-  if (!_thread.joinable()) return;
-  if (_thread.get_id() == std::this_thread::get_id()) {
-    _thread.detach();
-  } else {
-    _thread.join();
-  }
+  _thread.end();
 }
 
 void MemoryConsumer::setErrorCallback(datastreaming::ErrorCallback callback) {
@@ -60,7 +53,7 @@ void MemoryConsumer::begin() {
   auto queue = _stream->attach();
   _pipeline->setBudget({queue, &queue->budget()});
   try {
-    _thread = std::thread([pipeline = _pipeline, queue] { deliver(*pipeline, *queue); });
+    _thread.start("kestrel-deliver", [pipeline = _pipeline, queue] { deliver(*pipeline, *queue); });
   } catch (...) {
     _stream->detach(queue);
     throw;
@@ -69,7 +62,6 @@ void MemoryConsumer::begin() {
 }
 
 void MemoryConsumer::deliver(DeliveryPipeline& pipeline, MemoryQueue& queue) {
-  nameThisThread("kestrel-deliver");
   std::vector<MemoryQueue::Entry> batch;
   while (const auto now = queue.take(batch, pipeline.deadline())) {
     for (auto& entry : batch) {

@@ -3,10 +3,10 @@
 #include <kestrel/datastreaming/Consumer.hpp>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "transports/memory/MemoryStream.hpp"
 #include "transports/shared/DeliveryPipeline.hpp"
+#include "transports/shared/OwnedThread.hpp"
 
 namespace kestrel::streams {
 
@@ -35,7 +35,7 @@ class MemoryConsumer final : public datastreaming::Consumer {
   // Guarded by _mutex.
   std::shared_future<void> _started;
   std::shared_ptr<MemoryQueue> _queue;
-  std::thread _thread;
+  OwnedThread _thread;
 };
 
 }  // namespace kestrel::streams

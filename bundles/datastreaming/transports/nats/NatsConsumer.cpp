@@ -3,19 +3,11 @@
 #include <exception>
 #include <stdexcept>
 
-#include "transports/shared/ThreadName.hpp"
-
 namespace kestrel::streams {
 
 NatsConsumer::~NatsConsumer() {
-  const bool insideRun = _thread.get_id() == std::this_thread::get_id();
-  _receiver->stop(insideRun);
-  if (!_thread.joinable()) return;
-  if (insideRun) {
-    _thread.detach();
-  } else {
-    _thread.join();
-  }
+  _receiver->stop(_thread.isCurrent());
+  _thread.end();
 }
 
 void NatsConsumer::setErrorCallback(datastreaming::ErrorCallback callback) {
@@ -48,10 +40,7 @@ void NatsConsumer::begin() {
     throw std::logic_error("start: the consumer has no data callback");
   }
   _receiver->open();
-  _thread = std::thread([receiver = _receiver] {
-    nameThisThread("kestrel-deliver");
-    receiver->run();
-  });
+  _thread.start("kestrel-deliver", [receiver = _receiver] { receiver->run(); });
 }
 
 }  // namespace kestrel::streams

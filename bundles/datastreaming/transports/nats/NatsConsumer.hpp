@@ -3,9 +3,9 @@
 #include <kestrel/datastreaming/Consumer.hpp>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "transports/nats/NatsReceiver.hpp"
+#include "transports/shared/OwnedThread.hpp"
 
 namespace kestrel::streams {
 
@@ -26,7 +26,7 @@ class NatsConsumer final : public datastreaming::Consumer {
   std::mutex _mutex;
   // Guarded by _mutex.
   std::shared_future<void> _started;
-  std::thread _thread;
+  OwnedThread _thread;
 };
 
 }  // namespace kestrel::streams

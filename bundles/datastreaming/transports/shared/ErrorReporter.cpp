@@ -1,9 +1,9 @@
 #include "transports/shared/ErrorReporter.hpp"
 
+#include <system_error>
 #include <utility>
 
 #include "transports/shared/Log.hpp"
-#include "transports/shared/ThreadName.hpp"
 
 namespace kestrel::streams {
 
@@ -13,16 +13,11 @@ ErrorReporter::~ErrorReporter() {
   std::unique_lock lock(_state->mutex);
   _state->stopped = true;
   _state->wake.notify_one();
-  if (!_thread.joinable()) return;
-  if (_thread.get_id() == std::this_thread::get_id()) {
-    // A task destroys the reporter. What is left runs here, so that the thread, which nobody can wait for
-    // any more, has nothing to do but end.
-    while (!_state->tasks.empty()) runNext(*_state, lock);
-    _thread.detach();
-  } else {
-    lock.unlock();
-    _thread.join();
-  }
+  // If a task destroys the reporter, what is left runs here, so that the thread, which its owner cannot wait
+  // for, has nothing to do but end.
+  while (_thread.isCurrent() && !_state->tasks.empty()) runNext(*_state, lock);
+  lock.unlock();
+  _thread.end();
 }
 
 void ErrorReporter::post(std::function<void()> task) {
@@ -32,18 +27,17 @@ void ErrorReporter::post(std::function<void()> task) {
     return;
   }
   _state->tasks.push_back(std::move(task));
-  if (_thread.joinable()) {
+  if (_thread.started()) {
     _state->wake.notify_one();
     return;
   }
   try {
-    _thread = std::thread([state = _state] { run(*state); });
+    _thread.start("kestrel-errors", [state = _state] { run(*state); });
   } catch (const std::system_error&) {  // tried again with the next failure
   }
 }
 
 void ErrorReporter::run(State& state) {
-  nameThisThread("kestrel-errors");
   std::unique_lock lock(state.mutex);
   while (true) {
     state.wake.wait(lock, [&] { return state.stopped || !state.tasks.empty(); });

@@ -6,7 +6,8 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
+
+#include "transports/shared/OwnedThread.hpp"
 
 namespace kestrel::streams {
 
@@ -41,7 +42,7 @@ class ErrorReporter {
   static void runNext(State& state, std::unique_lock<std::mutex>& lock);
 
   const std::shared_ptr<State> _state;  // shared with the thread, which may outlive this object
-  std::thread _thread;                  // guarded by _state->mutex until destruction
+  OwnedThread _thread;                  // guarded by _state->mutex until destruction
 };
 
 }  // namespace kestrel::streams

@@ -1,0 +1,80 @@
+#include "transports/shared/OwnedThread.hpp"
+
+#include <chrono>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "transports/shared/Log.hpp"
+#include "transports/shared/ThreadName.hpp"
+
+namespace kestrel::streams {
+
+namespace {
+
+/// Threads that have lost their owners. Safe from any thread.
+class Orphans {
+ public:
+  static Orphans& shared() {
+    static Orphans orphans;
+    return orphans;
+  }
+
+  Orphans() { logSetup("a thread has lost its owner"); }  // so that the log is there for longer
+  ~Orphans() {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (Orphan& orphan : _orphans) {
+      const bool isCurrent = orphan.thread.get_id() == std::this_thread::get_id();
+      while (!isCurrent && !*orphan.done && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      *orphan.done ? orphan.thread.join() : orphan.thread.detach();
+    }
+  }
+  Orphans(const Orphans&) = delete;
+  Orphans& operator=(const Orphans&) = delete;
+
+  void add(std::thread thread, std::shared_ptr<std::atomic<bool>> done) {
+    const std::lock_guard lock(_mutex);
+    std::erase_if(_orphans, [](Orphan& orphan) {
+      if (!*orphan.done) return false;
+      orphan.thread.join();
+      return true;
+    });
+    _orphans.push_back({std::move(thread), std::move(done)});
+  }
+
+ private:
+  static constexpr std::chrono::seconds patience{3};
+
+  struct Orphan {
+    std::thread thread;
+    std::shared_ptr<std::atomic<bool>> done;
+  };
+
+  std::mutex _mutex;
+  std::vector<Orphan> _orphans;  // guarded by _mutex
+};
+
+}  // namespace
+
+void OwnedThread::start(const char* name, std::function<void()> work) {
+  _done = std::make_shared<std::atomic<bool>>(false);
+  _thread = std::thread([name, work = std::move(work), done = _done]() mutable {
+    nameThisThread(name);
+    work();
+    work = nullptr;
+    *done = true;
+  });
+}
+
+void OwnedThread::end() {
+  if (!_thread.joinable()) return;
+  if (isCurrent()) {
+    Orphans::shared().add(std::move(_thread), std::move(_done));
+  } else {
+    _thread.join();
+  }
+}
+
+}  // namespace kestrel::streams

@@ -1,9 +1,11 @@
 #include "transports/nats/NatsSession.hpp"
 
 #include <algorithm>
+#include <condition_variable>
 #include <mutex>
 #include <random>
 #include <stdexcept>
+#include <thread>
 #include <unordered_map>
 #include <vector>
 
@@ -18,7 +20,6 @@ namespace {
 
 constexpr std::chrono::milliseconds connectTimeout{2000};
 constexpr std::chrono::milliseconds secureWriteDeadline{5000};
-constexpr std::chrono::milliseconds never{std::chrono::hours(24 * 365)};
 constexpr int readBuffer = 256 << 10;
 
 /// The C client may call back after a connection was destroyed, so its callbacks get a number instead of a
@@ -43,6 +44,11 @@ class Listeners {
   void remove(std::uint64_t session) {
     const std::lock_guard lock(_mutex);
     _entries.erase(session);
+    _removed.notify_all();
+  }
+  void waitForRemoval(void* session) {
+    std::unique_lock lock(_mutex);
+    _removed.wait(lock, [&] { return !_entries.contains(reinterpret_cast<std::uintptr_t>(session)); });
   }
   Entry find(void* session) {
     const std::lock_guard lock(_mutex);
@@ -52,6 +58,7 @@ class Listeners {
 
  private:
   std::mutex _mutex;
+  std::condition_variable _removed;
   // Guarded by _mutex.
   std::uint64_t _last = 0;
   std::unordered_map<std::uint64_t, Entry> _entries;
@@ -60,6 +67,14 @@ class Listeners {
 void forwardLoss(natsConnection*, void* session) {
   const auto entry = Listeners::shared().find(session);
   if (entry.listener) entry.listener->lost(reinterpret_cast<std::uintptr_t>(session));
+}
+
+/// The client asks here how long to wait, on a thread of its own, before it connects again. It never shall; and
+/// it must not wait for long, for it may miss that it is closed. So it is kept here until then.
+std::int64_t neverReconnect(natsConnection* connection, int, void* session) {
+  Listeners::shared().waitForRemoval(session);
+  while (!natsConnection_IsClosed(connection)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return 1;
 }
 
 void logFault(natsConnection*, natsSubscription*, natsStatus status, void* session) {
@@ -128,8 +143,9 @@ NatsSession::NatsSession(std::uint64_t number, const NatsEndpoint& endpoint,
     : _number(number), _loop(writable, endpoint.secure) {}
 
 NatsSession::~NatsSession() {
-  Listeners::shared().remove(_number);
   _loop.stop();  // the client does not expect to be closed while it reads
+  _loop.hangUp();
+  Listeners::shared().remove(_number);
   natsConnection_Destroy(_handle);
 }
 
@@ -162,11 +178,10 @@ void NatsSession::setOptions(natsOptions* options, const NatsEndpoint& endpoint,
   // Without it a thread of the client's would look only every millisecond whether there is something to send.
   set(natsOptions_SetSendAsap(options, true));
   // Forbidden to reconnect, the client would drop what has come in and was not taken. With a single server it
-  // waits before it tries, and we have closed it long before.
+  // asks how long to wait before it tries.
   set(natsOptions_SetMaxReconnect(options, -1));
-  set(natsOptions_SetReconnectWait(options, never.count()));
-  set(natsOptions_SetReconnectJitter(options, 0, 0));
   set(natsOptions_SetIgnoreDiscoveredServers(options, true));
+  set(natsOptions_SetCustomReconnectDelay(options, neverReconnect, id));
   set(natsOptions_SetReconnectBufSize(options, 0));
   set(natsOptions_SetFailRequestsOnDisconnect(options, true));
   set(natsOptions_SetDisconnectedCB(options, forwardLoss, id));

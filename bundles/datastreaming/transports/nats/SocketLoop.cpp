@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -15,6 +16,8 @@
 namespace kestrel::streams {
 
 namespace {
+
+constexpr int mostReads = 1000;  // of what has come in before the end of a connection
 
 void clear(const FileDescriptor& signalled) {
   std::uint64_t count = 0;
@@ -42,6 +45,14 @@ void SocketLoop::stop() {
   if (_thread.joinable()) _thread.join();
 }
 
+void SocketLoop::hangUp() {
+  {
+    const std::lock_guard lock(_named);
+    if (attached()) ::shutdown(_socket, SHUT_RDWR);
+  }
+  for (int reads = 0; attached() && reads < mostReads; ++reads) natsConnection_ProcessReadEvent(_connection);
+}
+
 void SocketLoop::install(natsOptions* options) {
   require(natsOptions_SetEventLoop(options, this, &attach, &setRead, &setWrite, &detach),
           "installing the event loop");
@@ -65,7 +76,8 @@ void SocketLoop::wakeLater() {
   ::timerfd_settime(_timer.get(), 0, &once, nullptr);
 }
 
-// The client calls the four below under its own lock, so they must take none of ours.
+// The client calls the four below under its own lock, so they must take none of ours that is held while the
+// client is called.
 
 natsStatus SocketLoop::attach(void** userData, void* loop, natsConnection* connection, natsSock socket) {
   auto* const self = static_cast<SocketLoop*>(loop);
@@ -80,7 +92,7 @@ natsStatus SocketLoop::attach(void** userData, void* loop, natsConnection* conne
 
 natsStatus SocketLoop::setRead(void* userData, bool wanted) {
   auto* const self = static_cast<SocketLoop*>(userData);
-  if (!wanted) self->_socket = -1;  // it is about to be closed, and its number may come back at once
+  if (!wanted) self->forgetSocket();
   if (self->_wantsRead.exchange(wanted) != wanted) self->wake();
   return NATS_OK;
 }
@@ -94,11 +106,17 @@ natsStatus SocketLoop::setWrite(void* userData, bool wanted) {
 
 natsStatus SocketLoop::detach(void* userData) {
   auto* const self = static_cast<SocketLoop*>(userData);
-  self->_socket = -1;
+  self->forgetSocket();
   self->_wantsRead = false;
   self->_wantsWrite = false;
   self->wake();
   return NATS_OK;
+}
+
+/// It is about to be closed, and its number may come back at once.
+void SocketLoop::forgetSocket() {
+  const std::lock_guard lock(_named);
+  _socket = -1;
 }
 
 bool SocketLoop::flush() {

@@ -55,8 +55,12 @@ class SocketLoop {
   /// Whether only the loop's thread may flush.
   [[nodiscard]] bool writesAlone() const { return _secure; }
 
-  /// Ends the thread; nothing is read afterwards. Not on that thread.
+  /// Ends the thread; nothing comes in afterwards. Not on that thread.
   void stop();
+
+  /// Lets the client find that the connection has ended. If it had to end it, it would wait half a second for
+  /// an answer that nobody reads any more. Only after stop().
+  void hangUp();
 
   /// While one exists, the calling thread flushes what it appends by itself, and the loop is not woken for
   /// it.
@@ -75,6 +79,7 @@ class SocketLoop {
   static natsStatus setRead(void* userData, bool wanted);
   static natsStatus setWrite(void* userData, bool wanted);
   static natsStatus detach(void* userData);
+  void forgetSocket();
   [[nodiscard]] bool write(natsConnection* connection);
   void run();
   void turn();
@@ -86,6 +91,7 @@ class SocketLoop {
   std::atomic<bool> _timed{false};  // _timer runs
   std::atomic<natsConnection*> _connection{nullptr};
   std::atomic<int> _socket{-1};
+  std::mutex _named;  // held while the socket must not be closed, or its number becomes another one's
   std::atomic<bool> _wantsRead{false};
   std::atomic<bool> _wantsWrite{false};
   std::atomic<bool> _stopped{false};

@@ -7,8 +7,7 @@
 #include <fstream>
 #include <kestrel/datastreaming/Keys.hpp>
 
-#include "CuttingProxy.hpp"
-#include "NatsCases.hpp"
+#include "NatsFaults.hpp"
 #include "Stranger.hpp"
 
 namespace kestrel::streams {
@@ -18,96 +17,6 @@ using datastreaming::AttributeMap;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-/// A server of its own for each test.
-class NatsFaultsTest : public testing::Test {
- protected:
-  void SetUp() override {
-    if (const auto why = NatsServer::unavailable(); !why.empty()) GTEST_SKIP() << why;
-    _server = std::make_unique<NatsServer>();
-  }
-
-  auto factory(const std::string& delivery, const std::string& more = {}) {
-    return natsFactory(_server->url("wsFirstReconnBackoffMs=20&delivery=" + delivery + more));
-  }
-
-  std::unique_ptr<NatsServer> _server;
-};
-
-struct Ends {
-  std::shared_ptr<datastreaming::StreamsFactory> factory;
-  std::shared_ptr<datastreaming::Stream> stream = factory->getStream("faults", {});
-  std::shared_ptr<datastreaming::Producer> producer{};
-  std::shared_ptr<datastreaming::Consumer> consumer{};
-
-  void startProducer(const std::string& acknowledge = "NO") {
-    producer = factory->createProducer(stream, {{"producerACK", acknowledge}});
-    producer->start().get();
-  }
-  void startConsumer(datastreaming::DataCallback callback, datastreaming::ErrorCallback onError = {}) {
-    consumer = factory->createConsumer(stream);
-    consumer->setErrorCallback(std::move(onError));
-    consumer->setDataCallback(std::move(callback));
-    consumer->start().get();
-  }
-  [[nodiscard]] datastreaming::StreamStatistics statistics() const { return factory->statistics().at(0); }
-};
-
-template <class Condition>
-[[nodiscard]] bool becomesTrue(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
-std::string numbered(std::size_t number, std::size_t size) {
-  std::string text = std::to_string(number) + ":";
-  text.resize(size, static_cast<char>('a' + number % 26));
-  return text;
-}
-
-constexpr std::size_t payloadSize = 300'000;
-constexpr std::size_t pieceSize = 100'000;
-
-TEST_F(NatsFaultsTest, LiveLossIsCountedAndReportedAndTrafficResumes) {
-  Inbox inbox, errors;
-  Joiner joiner(inbox);
-  Ends ends{factory("live")};
-  ends.startConsumer(joiner.callback(), [&](const std::exception& error) {
-    errors.add({error.what(), "", {}});
-  });
-  ends.startProducer();
-  std::size_t sent = 0;
-  const auto send = [&] { sendPieces(*ends.producer, numbered(sent++, payloadSize), pieceSize); };
-  while (sent < 10) send();
-  inbox.wait(10);
-  _server->freeze();  // what is sent now lies in its socket and dies with it
-  while (sent < 13) send();
-  _server->kill();
-  _server->start();
-  const auto reconnected = [&] { return ends.statistics().reconnects >= 1; };
-  ASSERT_TRUE(becomesTrue(reconnected)) << "waited for the connection to come back";
-  const std::string last = numbered(1000, payloadSize);
-  const auto lastArrived = [&] {
-    sendPieces(*ends.producer, last, pieceSize);
-    const auto received = inbox.wait(1);
-    return received.back().text == last;
-  };
-  ASSERT_TRUE(becomesTrue(lastArrived)) << "waited for traffic to resume";
-  std::size_t previous = 0;
-  for (const auto& text : inbox.waitTexts(1)) {
-    if (text == last || text.size() < payloadSize) continue;  // a torn payload is no whole one
-    const std::size_t number = std::stoul(text);
-    ASSERT_EQ(text, numbered(number, payloadSize));
-    ASSERT_GE(number, previous);
-    previous = number;
-  }
-  EXPECT_GT(ends.statistics().lost, 0U);
-  EXPECT_THAT(errors.wait(1)[0].text, AllOf(HasSubstr("faults"), HasSubstr("missing"), HasSubstr("lost")));
-}
 
 TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessorDidNotFinish) {
   Inbox first, second;
@@ -132,23 +41,6 @@ TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessor
   EXPECT_EQ(second.waitTexts(1)[0], calls < 7 ? "abcdef" : "");
   EXPECT_EQ(first.waitTexts(4)[0], "done");
   EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
-}
-
-TEST_F(NatsFaultsTest, MessageThatIsCutOffIsNeverDeliveredWithTheBytesOfAnother) {
-  CuttingProxy proxy(_server->port(), 5 * payloadSize + payloadSize / 2);
-  Inbox inbox;
-  Ends sending{factory("live")};
-  Ends receiving{natsFactory(proxy.url("wsFirstReconnBackoffMs=20"))};
-  receiving.startConsumer(inbox.callback());
-  sending.startProducer();
-  std::size_t sent = 0;
-  const auto resumed = [&] {
-    (void)sendText(*sending.producer, numbered(sent++, payloadSize));
-    return proxy.hasCut() && inbox.size() > 10;
-  };
-  ASSERT_TRUE(becomesTrue(resumed)) << "waited for traffic to resume";
-  for (const auto& text : inbox.waitTexts(1)) ASSERT_EQ(text, numbered(std::stoul(text), payloadSize));
-  EXPECT_THAT(receiving.statistics().lost, testing::Gt(0U));
 }
 
 TEST_F(NatsFaultsTest, MessagesOfOtherProgramsAreDroppedAndReported) {
@@ -224,23 +116,6 @@ INSTANTIATE_TEST_SUITE_P(Nats, NatsRetentionTest,
                          testing::Values(Retention{"Bytes", "&max_bytes=20000", {}, 4},
                                          Retention{"Age", "&max_age_s=1", std::chrono::seconds(2), 0}),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(NatsFaultsTest, MessageBeyondTheServersLimitIsRefusedWithBothNumbersAlsoAfterTheLimitChanged) {
-  Ends ends{factory("live")};
-  ends.startProducer();
-  EXPECT_EQ(outcomeOf(sendText(*ends.producer, std::string(1'000'000, 'x'))), "accepted");
-  EXPECT_THAT(outcomeOf(sendText(*ends.producer, std::string(1'048'570, 'x'))),
-              AllOf(HasSubstr("1048576"), HasSubstr("of them headers")));
-  _server->kill();
-  _server->options.maxPayload = 5000;
-  _server->start();
-  const auto reconnected = [&] { return ends.statistics().reconnects >= 1; };
-  ASSERT_TRUE(becomesTrue(reconnected)) << "waited for the connection to come back";
-  EXPECT_THAT(outcomeOf(sendText(*ends.producer, std::string(6000, 'x'))),
-              AllOf(HasSubstr("6000"), HasSubstr("max_payload of 5000")));
-  EXPECT_EQ(outcomeOf(sendText(*ends.producer, std::string(1000, 'x'))), "accepted");
-  EXPECT_EQ(ends.statistics().refused, 2U);
-}
 
 TEST_F(NatsFaultsTest, SendDoesNotWaitForAServerThatStandsStill) {
   Ends ends{factory("live")};
@@ -321,19 +196,6 @@ TEST_P(NatsSlowConsumerTest, MemoryStaysBoundedAndNothingIsLostUnseen) {
 INSTANTIATE_TEST_SUITE_P(Nats, NatsSlowConsumerTest,
                          testing::Values(Slowness{"live", true}, Slowness{"durable", false}),
                          [](const auto& info) { return std::string(info.param.delivery); });
-
-TEST_F(NatsFaultsTest, LiveAcknowledgementFailsWhenTheConnectionIsLostBeforeIt) {
-  Ends ends{factory("live")};
-  ends.startProducer("YES");
-  EXPECT_EQ(outcomeOf(sendText(*ends.producer, "a")), "accepted");
-  _server->freeze();
-  const auto lost = sendText(*ends.producer, "b");
-  _server->kill();
-  EXPECT_THAT(outcomeOf(lost), HasSubstr("connection was lost"));
-  const auto waits = sendText(*ends.producer, "c");
-  _server->start();
-  EXPECT_EQ(outcomeOf(waits), "accepted");
-}
 
 TEST_F(NatsFaultsTest, DurableMessageIsGivenUpAfterItsTimeWithAReport) {
   Ends ends{factory("durable", "&retry_s=1")};

@@ -14,6 +14,10 @@ const diagnostics::Logger& channel() {
 
 }  // namespace
 
+void prepareLog() noexcept {
+  (void)channel();
+}
+
 void logError(const std::string& text) noexcept {
   channel().log(diagnostics::Severity::error, text);
 }

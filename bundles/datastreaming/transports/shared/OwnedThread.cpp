@@ -15,24 +15,11 @@ namespace {
 /// Threads that have lost their owners. Safe from any thread.
 class Orphans {
  public:
+  /// Never destroyed: an orphan may itself leave one behind while the process ends.
   static Orphans& shared() {
-    static Orphans orphans;
-    return orphans;
+    static auto* const orphans = new Orphans;
+    return *orphans;
   }
-
-  Orphans() { logSetup("a thread has lost its owner"); }  // so that the log is there for longer
-  ~Orphans() {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    for (Orphan& orphan : _orphans) {
-      const bool isCurrent = orphan.thread.get_id() == std::this_thread::get_id();
-      while (!isCurrent && !*orphan.done && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-      }
-      *orphan.done ? orphan.thread.join() : orphan.thread.detach();
-    }
-  }
-  Orphans(const Orphans&) = delete;
-  Orphans& operator=(const Orphans&) = delete;
 
   void add(std::thread thread, std::shared_ptr<std::atomic<bool>> done) {
     const std::lock_guard lock(_mutex);
@@ -44,8 +31,25 @@ class Orphans {
     _orphans.push_back({std::move(thread), std::move(done)});
   }
 
+  void waitForAll() {
+    std::vector<Orphan> orphans;
+    {
+      const std::lock_guard lock(_mutex);
+      orphans.swap(_orphans);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    for (Orphan& orphan : orphans) {
+      const bool isCurrent = orphan.thread.get_id() == std::this_thread::get_id();
+      while (!isCurrent && !*orphan.done && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      *orphan.done ? orphan.thread.join() : orphan.thread.detach();
+    }
+  }
+
  private:
-  static constexpr std::chrono::seconds patience{3};
+  // Closing a connection may take as long: two flushes, a write over TLS and an attempt to reconnect.
+  static constexpr std::chrono::seconds patience{10};
 
   struct Orphan {
     std::thread thread;
@@ -54,6 +58,12 @@ class Orphans {
 
   std::mutex _mutex;
   std::vector<Orphan> _orphans;  // guarded by _mutex
+};
+
+/// Destroyed at the end of the process, or as this code is unloaded.
+struct WaitsForOrphans {
+  WaitsForOrphans() { prepareLog(); }  // which is destroyed later, then
+  ~WaitsForOrphans() { Orphans::shared().waitForAll(); }
 };
 
 }  // namespace
@@ -71,6 +81,7 @@ void OwnedThread::start(const char* name, std::function<void()> work) {
 void OwnedThread::end() {
   if (!_thread.joinable()) return;
   if (isCurrent()) {
+    static const WaitsForOrphans atTheEnd;
     Orphans::shared().add(std::move(_thread), std::move(_done));
   } else {
     _thread.join();

@@ -21,7 +21,7 @@ class OwnedThread {
   [[nodiscard]] bool isCurrent() const { return _thread.get_id() == std::this_thread::get_id(); }
 
   /// Waits until the work is done and what it held is gone. On the thread itself it cannot wait: then the end
-  /// of the process, or the unloading of this code, waits for it, a few seconds at most.
+  /// of the process, or the unloading of this code, waits for it, ten seconds at most.
   void end();
 
  private:

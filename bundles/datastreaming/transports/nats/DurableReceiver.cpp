@@ -28,6 +28,12 @@ PayloadSequencer::Limits durableLimits(const NatsEndpoint& endpoint) {
 
 }  // namespace
 
+/// The connection was lost, and perhaps came back, during a step that needs one session.
+class SessionLost : public std::runtime_error {
+ public:
+  SessionLost() : std::runtime_error("the connection was lost meanwhile") {}
+};
+
 /// Acknowledges one message when the pipeline is done with it, on the delivery thread.
 class DurableReceiver::Settlement final : public Receipt {
  public:
@@ -52,27 +58,33 @@ DurableReceiver::DurableReceiver(std::shared_ptr<StreamContext> context,
       _store(connection, std::move(names)),
       _order(connection->endpoint().retry) {}
 
-/// An earlier consumer, of this process or of one that was killed, may be about to be noticed as gone.
+/// An earlier consumer, of this process or of one that was killed, may be about to be noticed as gone, and a
+/// connection that is away may be about to come back.
 void DurableReceiver::open() {
-  for (const auto deadline = Clock::now() + handover;;) {
+  for (const auto begun = Clock::now();;) {
     try {
       return attach(true);
     } catch (const ReaderExists&) {
-      if (Clock::now() >= deadline) throw;
+      if (Clock::now() >= begun + handover) throw;
+    } catch (const SessionLost&) {
+      if (Clock::now() >= begun + confirmTimeout) throw;
     }
     std::this_thread::sleep_for(slice / 5);
   }
 }
 
-std::shared_ptr<natsSubscription> DurableReceiver::subscribe(const std::string& subject) {
-  auto subscription = NatsSession::subscribe(_connection->session(), subject, pendingLimits);
+/// When it has returned, the server of that session has the subscription.
+std::shared_ptr<natsSubscription> DurableReceiver::subscribe(const std::shared_ptr<NatsSession>& session,
+                                                             const std::string& subject) {
+  auto subscription = NatsSession::subscribe(session, subject, pendingLimits);
   _connection->confirm(confirmTimeout);
+  if (_connection->currentSession() != session->number()) throw SessionLost();
   return subscription;
 }
 
-void DurableReceiver::use(std::shared_ptr<natsSubscription> subscription) {
+void DurableReceiver::replaceSubscription(std::shared_ptr<natsSubscription> subscription) {
+  auto former = std::exchange(_subscription, std::move(subscription));
   const std::lock_guard lock(_mutex);
-  _subscription = std::move(subscription);
   _waitedFor = stopped() ? nullptr : _subscription;
 }
 
@@ -83,12 +95,13 @@ void DurableReceiver::interrupt() {
 }
 
 void DurableReceiver::attach(bool first) {
-  _session = _connection->currentSession();
-  use(nullptr);  // while it exists the server counts us as the active reader
+  const auto session = _connection->session();
+  _session = session->number();
+  replaceSubscription(nullptr);  // while it exists the server counts us as the active reader
   confirmAcknowledgements();
   const std::string claiming = makeInbox();
-  const auto holder = subscribe(claiming);
-  const auto claim = _store.claim(claiming);
+  const auto holder = subscribe(session, claiming);
+  const auto claim = _store.claim(session, claiming);
   if (first) {
     reportExpired(claim);
   } else {
@@ -97,9 +110,9 @@ void DurableReceiver::attach(bool first) {
   _created = claim.created;
   // What came to the first subject may have been sent before; the second one begins at the beginning.
   const std::string delivering = makeInbox();
-  auto subscription = subscribe(delivering);
-  _store.restart(delivering);
-  use(std::move(subscription));
+  auto subscription = subscribe(session, delivering);
+  _store.restart(session, delivering);
+  replaceSubscription(std::move(subscription));
   _count = 0;
   _attached = true;
   _complained = false;
@@ -130,7 +143,7 @@ void DurableReceiver::run() {
     if (keepAttached()) receive();
   }
   confirmAcknowledgements();
-  use(nullptr);
+  replaceSubscription(nullptr);
 }
 
 /// Returns whether messages can come; if not, it has waited a little.

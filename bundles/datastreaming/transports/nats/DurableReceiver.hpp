@@ -24,8 +24,9 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   class Settlement;
 
   void interrupt() override;
-  [[nodiscard]] std::shared_ptr<natsSubscription> subscribe(const std::string& subject);
-  void use(std::shared_ptr<natsSubscription> subscription);
+  [[nodiscard]] std::shared_ptr<natsSubscription> subscribe(const std::shared_ptr<NatsSession>& session,
+                                                            const std::string& subject);
+  void replaceSubscription(std::shared_ptr<natsSubscription> subscription);
   void attach(bool first);
   void reportExpired(const DurableStore::Claim& claim);
   void noticeNewStore(const DurableStore::Claim& claim);

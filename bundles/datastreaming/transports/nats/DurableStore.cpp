@@ -41,6 +41,13 @@ jsOptions makeOptions() {
 using StreamInfo = std::unique_ptr<jsStreamInfo, NatsDeleter<jsStreamInfo, jsStreamInfo_Destroy>>;
 using ConsumerInfo = std::unique_ptr<jsConsumerInfo, NatsDeleter<jsConsumerInfo, jsConsumerInfo_Destroy>>;
 
+JetStreamContext contextOf(const NatsSession& session) {
+  jsCtx* context = nullptr;
+  jsOptions options = makeOptions();
+  require(natsConnection_JetStream(&context, session.handle(), &options), "preparing JetStream");
+  return JetStreamContext(context);
+}
+
 [[noreturn]] void fail(const NatsConnection& connection, const std::string& what, natsStatus status) {
   std::string cause = describe(status);
   if (status == NATS_NO_RESPONDERS) cause = "JetStream is not enabled there";
@@ -52,17 +59,10 @@ using ConsumerInfo = std::unique_ptr<jsConsumerInfo, NatsDeleter<jsConsumerInfo,
 DurableStore::DurableStore(std::shared_ptr<NatsConnection> connection, SubjectNames names)
     : _connection(std::move(connection)), _names(std::move(names)) {}
 
-DurableStore::Context DurableStore::context() const {
-  auto session = _connection->session();
-  jsCtx* raw = nullptr;
-  jsOptions options = makeOptions();
-  require(natsConnection_JetStream(&raw, session->handle(), &options), "preparing JetStream");
-  return {std::move(session), JetStreamContext(raw)};
-}
-
 void DurableStore::prepare() const {
   const NatsEndpoint& endpoint = _connection->endpoint();
-  const auto [session, js] = context();
+  const auto session = _connection->session();
+  const auto js = contextOf(*session);
   std::array<const char*, 1> subjects{_names.durable.c_str()};
   jsStreamConfig config;
   require(jsStreamConfig_Init(&config), "preparing a store");
@@ -83,16 +83,15 @@ void DurableStore::prepare() const {
   if (status != NATS_OK) fail(*_connection, "making the store " + _names.store, status);
 }
 
-DurableStore::State DurableStore::state() const {
+DurableStore::State DurableStore::state(jsCtx* js) const {
   jsStreamInfo* raw = nullptr;
-  const natsStatus status =
-      js_GetStreamInfo(&raw, context().js.get(), _names.store.c_str(), nullptr, nullptr);
+  const natsStatus status = js_GetStreamInfo(&raw, js, _names.store.c_str(), nullptr, nullptr);
   const StreamInfo info(raw);
   if (status != NATS_OK) fail(*_connection, "asking about the store " + _names.store, status);
   return {info->State.FirstSeq, info->Created};
 }
 
-void DurableStore::addReader(const std::string& deliverTo, std::uint64_t startsAfter) const {
+void DurableStore::addReader(jsCtx* js, const std::string& deliverTo, std::uint64_t startsAfter) const {
   // The server does not tell later where a reader began, so its description does.
   const std::string description = beginning + std::to_string(startsAfter);
   jsConsumerConfig config;
@@ -106,17 +105,18 @@ void DurableStore::addReader(const std::string& deliverTo, std::uint64_t startsA
   config.FlowControl = true;
   config.Heartbeat = nanoseconds(heartbeat);
   jsErrCode error{};
-  const natsStatus status =
-      js_AddConsumer(nullptr, context().js.get(), _names.store.c_str(), &config, nullptr, &error);
+  const natsStatus status = js_AddConsumer(nullptr, js, _names.store.c_str(), &config, nullptr, &error);
   if (error == JSConsumerNameExistErr || error == JSConsumerExistingActiveErr) throw ReaderExists();
   if (status != NATS_OK) fail(*_connection, "becoming the reader of " + _names.store, status);
 }
 
-DurableStore::Claim DurableStore::claim(const std::string& deliverTo) const {
+DurableStore::Claim DurableStore::claim(const std::shared_ptr<NatsSession>& session,
+                                        const std::string& deliverTo) const {
+  const auto js = contextOf(*session);
   jsErrCode error{};
   jsConsumerInfo* raw = nullptr;
-  const natsStatus status = js_GetConsumerInfo(&raw, context().js.get(), _names.store.c_str(),
-                                               SubjectNames::reader.c_str(), nullptr, &error);
+  const natsStatus status =
+      js_GetConsumerInfo(&raw, js.get(), _names.store.c_str(), SubjectNames::reader.c_str(), nullptr, &error);
   const ConsumerInfo info(raw);
   if (status != NATS_OK && error != JSConsumerNotFoundErr) {
     fail(*_connection, "asking about the reader of " + _names.store, status);
@@ -128,22 +128,23 @@ DurableStore::Claim DurableStore::claim(const std::string& deliverTo) const {
     claim.sent = info->Delivered.Stream;
     claim.finished = std::max(info->AckFloor.Stream, startsAfter);
   }
-  addReader(deliverTo, startsAfter);
-  const State now = state();
+  addReader(js.get(), deliverTo, startsAfter);
+  const State now = state(js.get());
   claim.first = now.first;
   claim.created = now.created;
   return claim;
 }
 
-void DurableStore::restart(const std::string& deliverTo) const {
+void DurableStore::restart(const std::shared_ptr<NatsSession>& session, const std::string& deliverTo) const {
+  const auto js = contextOf(*session);
   jsErrCode error{};
-  const natsStatus status = js_DeleteConsumer(context().js.get(), _names.store.c_str(),
-                                              SubjectNames::reader.c_str(), nullptr, &error);
+  const natsStatus status =
+      js_DeleteConsumer(js.get(), _names.store.c_str(), SubjectNames::reader.c_str(), nullptr, &error);
   if (status != NATS_OK && error != JSConsumerNotFoundErr) {
     fail(*_connection, "restarting the reader of " + _names.store, status);
   }
-  const std::uint64_t first = state().first;
-  addReader(deliverTo, first == 0 ? 0 : first - 1);
+  const std::uint64_t first = state(js.get()).first;
+  addReader(js.get(), deliverTo, first == 0 ? 0 : first - 1);
 }
 
 }  // namespace kestrel::streams

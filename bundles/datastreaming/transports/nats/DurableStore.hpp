@@ -36,25 +36,19 @@ class DurableStore {
     std::int64_t created = 0;    ///< when the store was made, as the server's clock says
   };
 
-  /// Becomes the reader, to whom the server sends on that subject, which must have been subscribed to. Throws
-  /// ReaderExists if another one is active.
-  [[nodiscard]] Claim claim(const std::string& deliverTo) const;
+  /// Becomes the reader, to whom the server sends on that subject, which must have been subscribed to over
+  /// that session. Throws ReaderExists if another one is active.
+  [[nodiscard]] Claim claim(const std::shared_ptr<NatsSession>& session, const std::string& deliverTo) const;
   /// Begins again, on that subject, with everything unacknowledged. Only after claim().
-  void restart(const std::string& deliverTo) const;
+  void restart(const std::shared_ptr<NatsSession>& session, const std::string& deliverTo) const;
 
  private:
-  /// For the calls of one session, which it holds.
-  struct Context {
-    std::shared_ptr<NatsSession> session;
-    JetStreamContext js;
-  };
-  [[nodiscard]] Context context() const;
   struct State {
     std::uint64_t first = 0;   // the lowest number that is stored
     std::int64_t created = 0;  // when it was made
   };
-  [[nodiscard]] State state() const;
-  void addReader(const std::string& deliverTo, std::uint64_t startsAfter) const;
+  [[nodiscard]] State state(jsCtx* js) const;
+  void addReader(jsCtx* js, const std::string& deliverTo, std::uint64_t startsAfter) const;
 
   const std::shared_ptr<NatsConnection> _connection;
   const SubjectNames _names;

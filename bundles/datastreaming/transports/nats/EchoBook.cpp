@@ -48,8 +48,8 @@ void EchoBook::postsFailed(const std::vector<std::uint64_t>& tags, const std::st
   fail(failed, why);
 }
 
-/// Of the message or of the one that asks, whichever is first. Before it goes: a session that is lost just now
-/// must find it marked.
+/// Of the message or of the one that asks, whichever is first. Before it goes: a session that is lost just
+/// now must find it marked.
 void EchoBook::posting(std::uint64_t tag) noexcept {
   const std::lock_guard lock(_mutex);
   const auto found = _expected.find(tag);

@@ -22,8 +22,8 @@ void announceEvent(NatsConnection& connection, const std::string& subject, Produ
 
 }  // namespace
 
-/// Follows messages, whose tags are the numbers of their confirmations: tells the book when they are sent, and
-/// reports those that waited for the connection and were lost there.
+/// Follows messages, whose tags are the numbers of their confirmations: tells the book when they are sent,
+/// and reports those that waited for the connection and were lost there.
 class LiveProducer::Follower final : public Poster {
  public:
   Follower(std::shared_ptr<StreamContext> context, std::shared_ptr<ErrorOutlet> errors,

@@ -30,7 +30,7 @@ class LiveProducer final : public ProducerBase {
   // Guarded by the lock of ProducerBase.
   std::shared_ptr<EchoBook> _echoes;    // set by open() if acknowledgements are wanted
   std::shared_ptr<Follower> _follower;  // set by open()
-  bool _heard = false;                // a message was accepted
+  bool _heard = false;                  // a message was accepted
 };
 
 }  // namespace kestrel::streams

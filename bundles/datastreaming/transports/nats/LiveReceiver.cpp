@@ -58,7 +58,7 @@ void LiveReceiver::reportDropped() {
   if (dropped == 0) return;
   _errors->report("the data callback is too slow: " + std::to_string(dropped) +
                   " messages were dropped, for more than " + std::to_string(pendingLimits.bytes) +
-                  " bytes waited");
+                  " bytes waited or the connection was lost once more");
 }
 
 }  // namespace kestrel::streams

@@ -67,13 +67,12 @@ NatsConnection::~NatsConnection() {
 }
 
 void NatsConnection::use(const std::shared_ptr<NatsSession>& session) {
-  std::vector<std::shared_ptr<Subscription>> subscriptions;
+  auto former = session;  // released without the lock
   {
     const std::lock_guard lock(_mutex);
-    _session = session;
-    subscriptions = alive(_subscriptions);
+    _session.swap(former);
   }
-  for (const auto& subscription : subscriptions) subscription->renew(session);
+  for (const auto& subscription : subscriptions()) subscription->renew(session);
   _since = Clock::now();
   _maxPayload = session->maxPayload();
   _outbox.open(session);
@@ -82,21 +81,27 @@ void NatsConnection::use(const std::shared_ptr<NatsSession>& session) {
 
 void NatsConnection::keepUp(const std::stop_token& stop) {
   nameThisThread("kestrel-keeper");
-  while (_signal->waitForLoss(session()->number(), stop)) {
-    leaveSession();
-    if (reconnect(stop)) continue;
-    if (!stop.stop_requested()) closeForGood();
-    return;
+  try {
+    while (_signal->waitForLoss(session()->number(), stop)) {
+      giveUpSession();
+      if (reconnect(stop)) continue;
+      if (!stop.stop_requested()) closeForGood();
+      return;
+    }
+  } catch (const std::exception& error) {  // nothing is left to reconnect with
+    noteFailure(error.what());
+    closeForGood();
   }
 }
 
-void NatsConnection::leaveSession() {
+void NatsConnection::giveUpSession() {
   const auto lost = session();
   _current = 0;
-  _outbox.suspend();
+  const std::string fault = lost->failure();
+  noteFailure(fault.empty() ? "the connection was lost" : "the connection was lost: " + fault);
+  _outbox.suspend(lastFailure());
   lost->loop().stop();
-  noteFailure(lost->failure());
-  logError("lost the connection to " + _endpoint.shown + ": " + lastFailure());
+  logError("lost the connection to " + _endpoint.shown + (fault.empty() ? "" : ": " + fault));
   for (const auto& watcher : watchers()) watcher->disconnected();
 }
 
@@ -104,20 +109,22 @@ bool NatsConnection::reconnect(const std::stop_token& stop) {
   _shortSessions = Clock::now() - _since < longLife ? _shortSessions + 1 : 0;
   for (int attempts = 1; _endpoint.maxReconnects == 0 || attempts <= _endpoint.maxReconnects; ++attempts) {
     if (!_signal->sleep(backoff(_endpoint.firstBackoff, _shortSessions + attempts), stop)) return false;
-    if (attempt()) return true;
+    if (attempt(stop)) return true;
   }
   return false;
 }
 
-bool NatsConnection::attempt() {
+bool NatsConnection::attempt(const std::stop_token& stop) {
   std::shared_ptr<NatsSession> session;
   try {
-    session = NatsSession::connect(_endpoint, _signal, [this] { _outbox.pump(); });
+    session = NatsSession::connect(
+        _endpoint, _signal, [this] { _outbox.pump(); }, stop);
     use(session);
   } catch (const std::exception& error) {
     if (session) session->loop().stop();
     if (error.what() != lastFailure()) logError(error.what());
     noteFailure(error.what());
+    _outbox.suspend(error.what());
     return false;
   }
   logError("the connection to " + _endpoint.shown + " is back");
@@ -131,12 +138,7 @@ void NatsConnection::closeForGood() {
   logError(why);
   _closed = true;
   _outbox.close(why);
-  std::vector<std::shared_ptr<Subscription>> subscriptions;
-  {
-    const std::lock_guard lock(_mutex);
-    subscriptions = alive(_subscriptions);
-  }
-  for (const auto& subscription : subscriptions) subscription->close();
+  for (const auto& subscription : subscriptions()) subscription->close();
   for (const auto& watcher : watchers()) watcher->closed(why);
 }
 
@@ -189,16 +191,13 @@ void NatsConnection::watch(const std::shared_ptr<ConnectionWatcher>& watcher) {
 }
 
 std::shared_ptr<EchoBook> NatsConnection::echoes() {
-  std::shared_ptr<EchoBook> book;
-  {
-    const std::lock_guard lock(_mutex);
-    if (_echoes) return _echoes;
-    book = std::make_shared<EchoBook>();
-    book->open(_inbox.add(book));
-    _echoes = book;
-  }
-  watch(book);
-  return book;
+  const std::lock_guard lock(_mutex);
+  if (_echoes) return _echoes;
+  auto book = std::make_shared<EchoBook>();
+  book->open(_inbox.add(book));
+  add<ConnectionWatcher>(_watchers, book);
+  _echoes = std::move(book);
+  return _echoes;
 }
 
 void NatsConnection::countReconnectsOn(const std::shared_ptr<StreamContext>& context) {
@@ -212,6 +211,11 @@ void NatsConnection::countReconnect() {
   for (const auto& known : _contexts) {
     if (const auto context = known.lock()) StreamCounters::add(context->counters.reconnects);
   }
+}
+
+std::vector<std::shared_ptr<Subscription>> NatsConnection::subscriptions() const {
+  const std::lock_guard lock(_mutex);
+  return alive(_subscriptions);
 }
 
 std::vector<std::shared_ptr<ConnectionWatcher>> NatsConnection::watchers() const {

@@ -68,12 +68,13 @@ class NatsConnection {
   void use(const std::shared_ptr<NatsSession>& session);
   // On the thread that keeps the connection up.
   void keepUp(const std::stop_token& stop);
-  void leaveSession();
+  void giveUpSession();
   [[nodiscard]] bool reconnect(const std::stop_token& stop);
-  [[nodiscard]] bool attempt();
+  [[nodiscard]] bool attempt(const std::stop_token& stop);
   void countReconnect();
   void closeForGood();
 
+  [[nodiscard]] std::vector<std::shared_ptr<Subscription>> subscriptions() const;
   void noteFailure(const std::string& why);
   [[nodiscard]] std::vector<std::shared_ptr<ConnectionWatcher>> watchers() const;
 

@@ -14,8 +14,6 @@ struct NatsDeleter {
 };
 using NatsOptions = std::unique_ptr<natsOptions, NatsDeleter<natsOptions, natsOptions_Destroy>>;
 using NatsMessage = std::unique_ptr<natsMsg, NatsDeleter<natsMsg, natsMsg_Destroy>>;
-using NatsSubscription =
-    std::unique_ptr<natsSubscription, NatsDeleter<natsSubscription, natsSubscription_Destroy>>;
 using JetStreamContext = std::unique_ptr<jsCtx, NatsDeleter<jsCtx, jsCtx_Destroy>>;
 
 /// How much may wait to be taken from a subscription; what comes beyond is dropped. -1: no limit.

@@ -1,8 +1,10 @@
 #include "transports/nats/NatsSession.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <numeric>
 #include <random>
 #include <stdexcept>
 #include <thread>
@@ -29,6 +31,7 @@ class Listeners {
   struct Entry {
     std::shared_ptr<LossListener> listener;
     std::string shown;
+    std::string fault{};  // what the client has told last
   };
 
   static Listeners& shared() {
@@ -36,10 +39,15 @@ class Listeners {
     return *listeners;
   }
 
-  std::uint64_t add(Entry entry) {
+  std::uint64_t reserve() { return ++_last; }
+  void add(std::uint64_t session, Entry entry) {
     const std::lock_guard lock(_mutex);
-    _entries[++_last] = std::move(entry);
-    return _last;
+    _entries[session] = std::move(entry);
+  }
+  void note(void* session, const std::string& fault) {
+    const std::lock_guard lock(_mutex);
+    const auto found = _entries.find(reinterpret_cast<std::uintptr_t>(session));
+    if (found != _entries.end()) found->second.fault = fault;
   }
   void remove(std::uint64_t session) {
     const std::lock_guard lock(_mutex);
@@ -50,17 +58,17 @@ class Listeners {
     std::unique_lock lock(_mutex);
     _removed.wait(lock, [&] { return !_entries.contains(reinterpret_cast<std::uintptr_t>(session)); });
   }
-  Entry find(void* session) {
+  Entry find(const void* session) {
     const std::lock_guard lock(_mutex);
     const auto found = _entries.find(reinterpret_cast<std::uintptr_t>(session));
     return found == _entries.end() ? Entry{} : found->second;
   }
 
  private:
+  std::atomic<std::uint64_t> _last{0};
   std::mutex _mutex;
   std::condition_variable _removed;
   // Guarded by _mutex.
-  std::uint64_t _last = 0;
   std::unordered_map<std::uint64_t, Entry> _entries;
 };
 
@@ -69,8 +77,8 @@ void forwardLoss(natsConnection*, void* session) {
   if (entry.listener) entry.listener->lost(reinterpret_cast<std::uintptr_t>(session));
 }
 
-/// The client asks here how long to wait, on a thread of its own, before it connects again. It never shall; and
-/// it must not wait for long, for it may miss that it is closed. So it is kept here until then.
+/// The client asks here how long to wait, on a thread of its own, before it connects again. It never shall;
+/// and it must not wait for long, for it may miss that it is closed. So it is kept here until then.
 std::int64_t neverReconnect(natsConnection* connection, int, void* session) {
   Listeners::shared().waitForRemoval(session);
   while (!natsConnection_IsClosed(connection)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -80,7 +88,9 @@ std::int64_t neverReconnect(natsConnection* connection, int, void* session) {
 void logFault(natsConnection*, natsSubscription*, natsStatus status, void* session) {
   if (status == NATS_SLOW_CONSUMER) return;  // told by its consumer, which knows the numbers
   const auto entry = Listeners::shared().find(session);
-  if (entry.listener) logError(entry.shown + ": " + natsStatus_GetText(status));
+  if (!entry.listener) return;
+  Listeners::shared().note(session, natsStatus_GetText(status));
+  logError(entry.shown + ": " + natsStatus_GetText(status));
 }
 
 void setSecurity(natsOptions* options, const NatsEndpoint& endpoint) {
@@ -115,32 +125,37 @@ std::string failureText(natsStatus status, const NatsEndpoint& endpoint) {
   return code + ": cannot connect to " + endpoint.shown + ": " + cause;
 }
 
-std::vector<std::string> inRandomOrder(std::vector<std::string> servers) {
-  std::shuffle(servers.begin(), servers.end(), std::minstd_rand(std::random_device{}()));
-  return servers;
+std::vector<std::size_t> randomOrder(std::size_t count) {
+  std::vector<std::size_t> order(count);
+  std::iota(order.begin(), order.end(), std::size_t{0});
+  std::shuffle(order.begin(), order.end(), std::minstd_rand(std::random_device{}()));
+  return order;
 }
 
 }  // namespace
 
 std::shared_ptr<NatsSession> NatsSession::connect(const NatsEndpoint& endpoint,
                                                   const std::shared_ptr<LossListener>& listener,
-                                                  const std::function<void()>& writable) {
-  std::string why;
-  bool refused = false;  // a server that is there and refuses us says more than one that is not there
-  for (const std::string& server : inRandomOrder(endpoint.servers)) {
-    const auto number = Listeners::shared().add({listener, endpoint.shown});
-    const std::shared_ptr<NatsSession> session(new NatsSession(number, endpoint, writable));
-    const natsStatus status = session->open(endpoint, server);
-    if (status == NATS_OK) return session;
-    if (!refused) why = failureText(status, endpoint);
-    refused = refused || status != NATS_NO_SERVER;
+                                                  const std::function<void()>& writable,
+                                                  const std::stop_token& stop) {
+  std::vector<Refusal> refusals(endpoint.servers.size(), {"not tried", false});
+  for (const std::size_t index : randomOrder(endpoint.servers.size())) {
+    if (stop.stop_requested()) break;
+    const std::shared_ptr<NatsSession> session(new NatsSession(endpoint, listener, writable));
+    auto refusal = session->open(endpoint, endpoint.servers[index]);
+    if (!refusal) return session;
+    refusals[index] = std::move(*refusal);
   }
-  throw std::runtime_error(why);
+  // A server that is there and refuses us says more than one that is not there.
+  const auto telling = std::ranges::find(refusals, true, &Refusal::fromServer);
+  throw std::runtime_error(telling != refusals.end() ? telling->text : refusals.front().text);
 }
 
-NatsSession::NatsSession(std::uint64_t number, const NatsEndpoint& endpoint,
+NatsSession::NatsSession(const NatsEndpoint& endpoint, const std::shared_ptr<LossListener>& listener,
                          const std::function<void()>& writable)
-    : _number(number), _loop(writable, endpoint.secure) {}
+    : _number(Listeners::shared().reserve()), _loop(writable, endpoint.secure) {
+  Listeners::shared().add(_number, {listener, endpoint.shown});
+}
 
 NatsSession::~NatsSession() {
   _loop.stop();  // the client does not expect to be closed while it reads
@@ -149,7 +164,8 @@ NatsSession::~NatsSession() {
   natsConnection_Destroy(_handle);
 }
 
-natsStatus NatsSession::open(const NatsEndpoint& endpoint, const std::string& server) {
+std::optional<NatsSession::Refusal> NatsSession::open(const NatsEndpoint& endpoint,
+                                                      const std::string& server) {
   natsOptions* raw = nullptr;
   require(natsOptions_Create(&raw), "creating options of the NATS client");
   const NatsOptions options(raw);
@@ -157,11 +173,11 @@ natsStatus NatsSession::open(const NatsEndpoint& endpoint, const std::string& se
   if (endpoint.secure) setSecurity(raw, endpoint);
   _loop.install(raw);
   const natsStatus status = natsConnection_Connect(&_handle, raw);
-  if (status == NATS_OK && natsConnection_HasHeaderSupport(_handle) != NATS_OK) {
-    throw std::runtime_error(DataSteamingErrorCodes::CONNECTION_ERROR + ": the server at " + endpoint.shown +
-                             " does not support message headers; 2.2 or newer is needed");
-  }
-  return status;
+  if (status != NATS_OK) return Refusal{failureText(status, endpoint), status != NATS_NO_SERVER};
+  if (natsConnection_HasHeaderSupport(_handle) == NATS_OK) return std::nullopt;
+  return Refusal{DataSteamingErrorCodes::CONNECTION_ERROR + ": the server at " + endpoint.shown +
+                     " does not support message headers; 2.2 or newer is needed",
+                 true};
 }
 
 void NatsSession::setOptions(natsOptions* options, const NatsEndpoint& endpoint, const std::string& server) {
@@ -194,9 +210,7 @@ std::uint64_t NatsSession::maxPayload() const {
 }
 
 std::string NatsSession::failure() const {
-  const char* text = nullptr;
-  natsConnection_GetLastError(_handle, &text);
-  return text == nullptr || *text == '\0' ? "the connection was lost" : text;
+  return Listeners::shared().find(reinterpret_cast<const void*>(_number)).fault;
 }
 
 std::shared_ptr<natsSubscription> NatsSession::subscribe(const std::shared_ptr<NatsSession>& session,

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <stop_token>
 #include <string>
 
 #include "transports/nats/NatsEndpoint.hpp"
@@ -26,17 +26,19 @@ class LossListener {
 /// The client could connect again by itself. But driven by a loop that is not its own it keeps its place in a
 /// message that was cut off, and takes what the next connection brings for the rest of it. So each connection
 /// gets a client object of its own. The one that was lost stays for as long as somebody holds it: what has
-/// come in over it can still be taken from its subscriptions.
+/// come in over it can still be taken from its subscriptions, unless the server has ended it with an error
+/// that the client takes for the end of everything.
 ///
 /// Shared by all who use it. Whoever lets go last closes it, at once; that must not be a thread of the loop
 /// or of the C client.
 class NatsSession {
  public:
-  /// Connects to one of the endpoint's servers, trying all of them in random order. `writable` is the loop's.
-  /// Throws std::runtime_error that names the endpoint and the cause.
+  /// Connects to one of the endpoint's servers, trying all of them in random order until stop is requested.
+  /// `writable` is the loop's. Throws std::runtime_error that names the endpoint and the cause.
   [[nodiscard]] static std::shared_ptr<NatsSession> connect(const NatsEndpoint& endpoint,
                                                             const std::shared_ptr<LossListener>& listener,
-                                                            const std::function<void()>& writable);
+                                                            const std::function<void()>& writable,
+                                                            const std::stop_token& stop = {});
 
   ~NatsSession();
   NatsSession(const NatsSession&) = delete;
@@ -50,7 +52,7 @@ class NatsSession {
   [[nodiscard]] bool usable() const { return _loop.attached(); }
   /// The largest message, headers included, that the server takes.
   [[nodiscard]] std::uint64_t maxPayload() const;
-  /// Why it was lost.
+  /// What the client has told of its loss; may be empty.
   [[nodiscard]] std::string failure() const;
 
   /// Subscribes; the server knows before it gets anything that is published afterwards. At most so much waits
@@ -59,8 +61,15 @@ class NatsSession {
       const std::shared_ptr<NatsSession>& session, const std::string& subject, PendingLimits limits);
 
  private:
-  NatsSession(std::uint64_t number, const NatsEndpoint& endpoint, const std::function<void()>& writable);
-  [[nodiscard]] natsStatus open(const NatsEndpoint& endpoint, const std::string& server);
+  /// Why a server could not be used.
+  struct Refusal {
+    std::string text;
+    bool fromServer = false;  // it is there
+  };
+
+  NatsSession(const NatsEndpoint& endpoint, const std::shared_ptr<LossListener>& listener,
+              const std::function<void()>& writable);
+  [[nodiscard]] std::optional<Refusal> open(const NatsEndpoint& endpoint, const std::string& server);
   void setOptions(natsOptions* options, const NatsEndpoint& endpoint, const std::string& server);
   void release(natsSubscription* subscription);
 

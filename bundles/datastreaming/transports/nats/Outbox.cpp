@@ -39,7 +39,8 @@ std::optional<std::string> Outbox::post(Post post) {
   }
   if (_waitingBytes + post.cost > _limit) {
     return "it takes " + std::to_string(post.cost) + " bytes, and of the " + std::to_string(_limit) +
-           " bytes that may wait for the connection " + std::to_string(_waitingBytes) + " are taken";
+           " bytes that may wait for the connection " + std::to_string(_waitingBytes) + " are taken" +
+           (session == nullptr ? "; " + _away : "");
   }
   _waitingBytes += post.cost;
   _waiting.push_back(std::move(post));
@@ -116,12 +117,13 @@ void Outbox::open(std::shared_ptr<NatsSession> session) {
   _session->loop().wake();
 }
 
-void Outbox::suspend() {
+void Outbox::suspend(const std::string& why) {
   std::unique_lock lock(_mutex);
-  leaveSession(lock);
+  _away = why;
+  dropSession(lock);
 }
 
-void Outbox::leaveSession(std::unique_lock<std::mutex>& lock) {
+void Outbox::dropSession(std::unique_lock<std::mutex>& lock) {
   const auto session = std::exchange(_session, nullptr);
   _pumped.wait(lock, [this] { return !_pumping; });
 }
@@ -132,7 +134,7 @@ void Outbox::close(const std::string& why) {
     std::unique_lock lock(_mutex);
     if (_closed) return;
     _closed = why;
-    leaveSession(lock);
+    dropSession(lock);
     dropped.assign(std::move_iterator(_waiting.begin()), std::move_iterator(_waiting.end()));
     _waiting.clear();
     _waitingBytes = 0;

@@ -61,9 +61,9 @@ class Outbox {
 
   /// Sends over that session from now on.
   void open(std::shared_ptr<NatsSession> session);
-  /// Until another one comes everything waits here. When this returns, the session is not used any more. Not
-  /// from its loop.
-  void suspend();
+  /// Until another one comes everything waits here. When this returns, the session is not used any more. The
+  /// text is for messages that find no room meanwhile. Not from the session's loop.
+  void suspend(const std::string& why);
   /// From now on every post is refused with that text, and what waits is dropped and reported so.
   void close(const std::string& why);
 
@@ -74,7 +74,7 @@ class Outbox {
   static void reportFailed(std::span<const Post> failed, const std::string& why);
   [[nodiscard]] bool takesMore() const;
   void putBack(Post post);
-  void leaveSession(std::unique_lock<std::mutex>& lock);
+  void dropSession(std::unique_lock<std::mutex>& lock);
   // Both are for the thread that pumps, with the lock held; it is given up while the client or the system
   // works, and the session may be left meanwhile. drain() ends the pumping and leaves the lock open; after so
   // many rounds, unless 0, the loop goes on.
@@ -96,6 +96,7 @@ class Outbox {
   std::mutex _mutex;
   // Guarded by _mutex.
   std::shared_ptr<NatsSession> _session;  // none while the connection is away
+  std::string _away;                      // why it is
   std::deque<Post> _waiting;
   std::uint64_t _waitingBytes = 0;
   std::optional<std::string> _closed;

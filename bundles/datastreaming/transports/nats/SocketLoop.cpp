@@ -167,6 +167,7 @@ void SocketLoop::turn() {
     const std::lock_guard lock(_using);
     natsConnection_ProcessReadEvent(_connection);
   }
+  if ((ready.revents & POLLOUT) != 0) _wantsWrite = false;  // whoever leaves something asks again
   if (woken.revents != 0 || timed.revents != 0 || (ready.revents & POLLOUT) != 0) _writable();
 }
 

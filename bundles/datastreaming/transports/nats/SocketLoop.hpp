@@ -55,7 +55,7 @@ class SocketLoop {
   /// Whether only the loop's thread may flush.
   [[nodiscard]] bool writesAlone() const { return _secure; }
 
-  /// Ends the thread; nothing comes in afterwards. Not on that thread.
+  /// Ends the thread; nothing comes in afterwards, but by hangUp(). Not on that thread.
   void stop();
 
   /// Lets the client find that the connection has ended. If it had to end it, it would wait half a second for

@@ -27,13 +27,14 @@ class Subscription {
   void end();
 
   /// Waits for a message, at most that long, between two sessions too. The status is NATS_OK and the message
-  /// the caller's, NATS_TIMEOUT, NATS_CONNECTION_CLOSED after the end, or what the client tells of a message
-  /// that it does not give.
+  /// the caller's, NATS_TIMEOUT, NATS_CONNECTION_CLOSED after the end, NATS_SLOW_CONSUMER once when messages
+  /// were dropped, or what the client tells of a message that it does not give.
   [[nodiscard]] natsStatus next(natsMsg** message, std::chrono::milliseconds wait);
 
   /// How many messages can be taken at once.
-  [[nodiscard]] std::uint64_t waiting() const;
-  /// How many were dropped for the limits since it was asked last.
+  [[nodiscard]] std::uint64_t waiting();
+  /// How many were dropped since it was asked last: for the limits, or because two sessions were lost before
+  /// what came in over the second one was begun with.
   [[nodiscard]] std::uint64_t newlyDropped();
 
  private:
@@ -51,14 +52,17 @@ class Subscription {
 
   const std::string _subject;
   const PendingLimits _limits;
-  std::shared_ptr<Part> _taken;  // the one that next() takes from; its thread's
+  // Those of the thread that calls next().
+  std::shared_ptr<Part> _taken;  // the one that it takes from
+  bool _skipped = false;         // others were dropped before it, and that has not been told
 
   std::mutex _mutex;
   std::condition_variable _changed;
   // Guarded by _mutex.
-  std::shared_ptr<Part> _current;    // the same, for the others
-  std::shared_ptr<Part> _following;  // should another one follow before it is taken, its messages are lost
-  std::uint64_t _session = 0;        // the newest one
+  std::shared_ptr<Part> _interruptible;  // the same, for those who must wake next()
+  std::shared_ptr<Part> _following;
+  std::uint64_t _neverTaken = 0;  // messages of parts that another one has replaced in _following
+  std::uint64_t _session = 0;     // the newest one
   bool _ended = false;
   bool _closed = false;
 };

@@ -163,6 +163,8 @@ TEST(DurablePositionTest, DeliveryNumbersAreReadFromBothFormsOfTheReplySubject) 
 
 class PublishLedgerTest : public testing::Test {
  protected:
+  PublishLedgerTest() { nats_Open(-1); }  // the client frees messages on a thread of its own
+
   void add(std::uint64_t sequence, std::uint64_t bytes = 10) {
     natsMsg* message = nullptr;
     ASSERT_EQ(natsMsg_Create(&message, std::to_string(sequence).c_str(), nullptr, nullptr, 0), NATS_OK);

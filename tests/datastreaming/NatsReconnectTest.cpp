@@ -74,6 +74,19 @@ TEST_F(NatsReconnectTest, MessageBeyondTheServersLimitIsRefusedWithBothNumbersAl
   EXPECT_EQ(ends.statistics().refused, 2U);
 }
 
+TEST_F(NatsReconnectTest, DurableMessageThatTheNextServerDoesNotTakeIsGivenUpAndHoldsNothingUp) {
+  Ends ends{factory("durable")};
+  ends.startProducer("YES");
+  _server->kill();
+  const auto large = sendText(*ends.producer, std::string(6000, 'x'));
+  const auto small = sendText(*ends.producer, std::string(1000, 'x'));
+  _server->options.maxPayload = 5000;
+  _server->start();
+  EXPECT_THAT(outcomeOf(large), AllOf(HasSubstr("given up"), HasSubstr("max_payload of 5000")));
+  EXPECT_EQ(outcomeOf(small), "accepted");
+  EXPECT_EQ(ends.statistics().lost, 1U);
+}
+
 TEST_F(NatsReconnectTest, LiveAcknowledgementFailsWhenTheConnectionIsLostBeforeIt) {
   Ends ends{factory("live")};
   ends.startProducer("YES");

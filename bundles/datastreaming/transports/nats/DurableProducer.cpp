@@ -37,7 +37,8 @@ ProducerBase::Outcome DurableProducer::transmit(const Outgoing& message) {
                           _connection->maxPayload());
   if (auto* why = std::get_if<std::string>(&made)) return {std::move(*why), {}};
   auto& outgoing = std::get<OutgoingMessage>(made);
-  PublishLedger::Entry entry{number, std::move(outgoing.message), outgoing.cost(), Clock::now(), {}};
+  PublishLedger::Entry entry{number,           std::move(outgoing.message), outgoing.cost(), Clock::now(), {},
+                             outgoing.wireSize};
   auto acknowledgement = emptyAcknowledgement();
   if (_acknowledge) acknowledgement = entry.stored.emplace().get_future().share();
   if (auto refusal = _publisher->submit(std::move(entry))) return {std::move(refusal), {}};

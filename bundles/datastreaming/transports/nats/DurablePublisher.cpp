@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "transports/nats/OutgoingMessage.hpp"
 #include "transports/nats/StoreReply.hpp"
 
 namespace kestrel::streams {
@@ -52,13 +53,24 @@ std::optional<std::string> DurablePublisher::submit(PublishLedger::Entry entry) 
 void DurablePublisher::publish() {
   const std::uint64_t session = _connection.currentSession();
   if (session == 0) return;
-  // Nothing new may go to a new session before what the old one may have lost.
-  if (std::exchange(_session, session) != session) _ledger.restart();
+  if (std::exchange(_session, session) != session) beginSession();
   while (auto message = _ledger.next(Clock::now())) {
     const auto size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message.get()));
     if (!_connection.outbox().post({std::move(message), size, 0, nullptr, session})) continue;
     _ledger.unpublish();  // no room; the next beat tries again
     return;
+  }
+}
+
+/// Nothing new may go to a new session before what the old one may have lost; and its server may take less.
+void DurablePublisher::beginSession() {
+  _ledger.restart();
+  const std::uint64_t limit = _connection.maxPayload();
+  for (auto& entry : _ledger.takeLargerThan(limit)) {
+    const std::string why = tooLarge(entry.wireSize, 0, limit);
+    std::vector<PublishLedger::Entry> one;
+    one.push_back(std::move(entry));
+    giveUp(std::move(one), why);
   }
 }
 

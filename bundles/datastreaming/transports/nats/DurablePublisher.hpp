@@ -44,6 +44,7 @@ class DurablePublisher final : public ReplySink, public ConnectionWatcher {
   DurablePublisher(NatsConnection& connection, std::shared_ptr<StreamContext> context,
                    std::shared_ptr<ErrorOutlet> errors);
   void publish();
+  void beginSession();
   void giveUp(std::vector<PublishLedger::Entry> entries, const std::string& why);
 
   NatsConnection& _connection;  // which lives for as long as anybody calls

@@ -15,13 +15,13 @@ std::shared_ptr<natsMsg> create(const std::string& subject, const std::string& r
   return share(message);
 }
 
+}  // namespace
+
 std::string tooLarge(std::uint64_t size, std::uint64_t headers, std::uint64_t limit) {
-  std::string text = "a message of " + std::to_string(size + headers) + " bytes";
+  std::string text = "a message of " + std::to_string(size) + " bytes";
   if (headers > 0) text += " (" + std::to_string(headers) + " of them headers)";
   return text + " exceeds the server's max_payload of " + std::to_string(limit) + " bytes";
 }
-
-}  // namespace
 
 std::variant<OutgoingMessage, std::string> makeMessage(const MessageParts& parts, std::uint64_t maxPayload) {
   // Before the copy, which may not even fit into memory.
@@ -36,7 +36,7 @@ std::variant<OutgoingMessage, std::string> makeMessage(const MessageParts& parts
     headers.add(MessageHeaders::messageId, id);
   }
   result.wireSize = headers.size() + parts.size;
-  if (result.wireSize > maxPayload) return tooLarge(parts.size, headers.size(), maxPayload);
+  if (result.wireSize > maxPayload) return tooLarge(result.wireSize, headers.size(), maxPayload);
   return result;
 }
 

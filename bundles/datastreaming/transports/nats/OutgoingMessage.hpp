@@ -30,6 +30,10 @@ struct OutgoingMessage {
   [[nodiscard]] std::uint64_t cost() const { return wireSize + 400; }
 };
 
+/// Why a message of so many bytes, of them so many headers (0: not known), cannot be sent to a server with
+/// that limit.
+[[nodiscard]] std::string tooLarge(std::uint64_t size, std::uint64_t headers, std::uint64_t limit);
+
 /// Makes the message; or returns why it cannot be sent to a server that takes that many bytes.
 [[nodiscard]] std::variant<OutgoingMessage, std::string> makeMessage(const MessageParts& parts,
                                                                      std::uint64_t maxPayload);

@@ -1,6 +1,7 @@
 #include "transports/nats/PublishLedger.hpp"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace kestrel::streams {
@@ -74,6 +75,16 @@ std::vector<PublishLedger::Entry> PublishLedger::tick(TimePoint now) {
   }
   if (!expired.empty()) recount();
   return expired;
+}
+
+std::vector<PublishLedger::Entry> PublishLedger::takeLargerThan(std::uint64_t wireSize) {
+  std::vector<Entry> taken;
+  const auto kept = std::stable_partition(_entries.begin(), _entries.end(),
+                                          [&](const Entry& entry) { return entry.wireSize <= wireSize; });
+  std::move(kept, _entries.end(), std::back_inserter(taken));
+  _entries.erase(kept, _entries.end());
+  recount();
+  return taken;
 }
 
 std::vector<PublishLedger::Entry> PublishLedger::takeAll() {

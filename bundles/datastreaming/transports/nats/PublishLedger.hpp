@@ -35,6 +35,7 @@ class PublishLedger {
     std::uint64_t bytes = 0;
     TimePoint added;
     std::optional<std::promise<std::string>> stored;  ///< told the number under which it is stored
+    std::uint64_t wireSize = 0;                       ///< headers and bytes
   };
 
   explicit PublishLedger(const Limits& limits) : _limits(limits) {}
@@ -62,6 +63,8 @@ class PublishLedger {
 
   /// Notices answers that do not come. Returns the entries that are given up.
   [[nodiscard]] std::vector<Entry> tick(TimePoint now);
+  /// Gives up what is larger on the wire, after restart().
+  [[nodiscard]] std::vector<Entry> takeLargerThan(std::uint64_t wireSize);
   /// Gives everything up.
   [[nodiscard]] std::vector<Entry> takeAll();
 

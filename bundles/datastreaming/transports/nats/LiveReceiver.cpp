@@ -45,10 +45,10 @@ void LiveReceiver::run() {
       _pipeline->tick(now);
     } else if (status == NATS_NO_RESPONDERS) {  // so the client calls a message that says so, whoever sent it
       refuse({});
-    } else if (status == NATS_CONNECTION_CLOSED) {
-      return reportClosed();
-    } else {
+    } else if (status == NATS_SLOW_CONSUMER) {
       reportDropped();
+    } else {
+      return reportClosed();
     }
   }
 }

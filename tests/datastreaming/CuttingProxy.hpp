@@ -23,7 +23,6 @@ class CuttingProxy {
   [[nodiscard]] std::string url(const std::string& query) const {
     return "nats://" + _listener.address() + "?" + query;
   }
-  [[nodiscard]] bool hasCut() const { return _hasCut; }
 
  private:
   void serve() {

@@ -4,8 +4,8 @@
 
 #include <memory>
 #include <string>
-#include <thread>
 
+#include "../Eventually.hpp"
 #include "NatsCases.hpp"
 
 namespace kestrel::streams {
@@ -43,18 +43,6 @@ struct Ends {
   }
   [[nodiscard]] datastreaming::StreamStatistics statistics() const { return factory->statistics().at(0); }
 };
-
-template <class Condition>
-[[nodiscard]] testing::AssertionResult becomesTrue(const std::string& what, Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return testing::AssertionFailure() << "waited in vain for " << what;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return testing::AssertionSuccess();
-}
 
 inline std::string numbered(std::size_t number, std::size_t size) {
   std::string text = std::to_string(number) + ":";

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 class NatsReconnectTest : public NatsFaultsTest {};
 
 testing::AssertionResult comesBack(const Ends& ends, std::uint64_t times = 1) {
-  return becomesTrue("the connection to come back", [&] { return ends.statistics().reconnects >= times; });
+  return eventually("the connection to come back", [&] { return ends.statistics().reconnects >= times; });
 }
 
 constexpr std::size_t payloadSize = 300'000;
@@ -45,7 +45,7 @@ TEST_F(NatsReconnectTest, LiveLossIsCountedAndReportedAndTrafficResumes) {
     const auto received = inbox.wait(1);
     return received.back().text == last;
   };
-  ASSERT_TRUE(becomesTrue("traffic to resume", lastArrived));
+  ASSERT_TRUE(eventually("traffic to resume", lastArrived));
   std::size_t previous = 0;
   for (const auto& text : inbox.waitTexts(1)) {
     if (text == last || text.size() < payloadSize) continue;  // a torn payload is no whole one
@@ -209,7 +209,7 @@ TEST_P(NatsCutTest, TrafficResumesWhereverTheConnectionIsCut) {
     for (const auto& victim : victims) victim->send();
     return std::ranges::all_of(victims, [](const auto& victim) { return victim->hasResumed(); });
   };
-  ASSERT_TRUE(becomesTrue("traffic to resume", allResumed));
+  ASSERT_TRUE(eventually("traffic to resume", allResumed));
   for (const auto& victim : victims) victim->check(GetParam() == std::string("durable"));
 }
 

@@ -11,8 +11,8 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
+#include "../Eventually.hpp"
 #include "Loopback.hpp"
 
 namespace kestrel::streams {
@@ -38,16 +38,6 @@ std::string readFile(const std::filesystem::path& file) {
   return text.str();
 }
 
-template <class Condition>
-bool becomesTrue(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + startPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
 }  // namespace
 
 std::string NatsServer::unavailable() {
@@ -71,7 +61,7 @@ void NatsServer::start() {
   writeConfiguration();
   spawn();
   if (_port < 0) readPort();
-  if (!becomesTrue([this] { return listens(); })) {
+  if (!eventually("the server", [this] { return listens(); }, startPatience)) {
     throw std::runtime_error("the server did not listen in time:\n" + log());
   }
 }
@@ -102,7 +92,7 @@ void NatsServer::spawn() {
 void NatsServer::readPort() {
   const auto file = _directory / ("nats-server_" + std::to_string(_process) + ".ports");
   const auto complete = [&] { return readFile(file).find('}') != std::string::npos; };
-  if (!becomesTrue(complete)) throw std::runtime_error("the server named no port:\n" + log());
+  if (!eventually("the ports", complete, startPatience)) throw std::runtime_error("the server named no port:\n" + log());
   const std::string text = readFile(file);
   _port = std::stoi(text.substr(text.find("127.0.0.1:") + 10));
 }

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "../Eventually.hpp"
 #include "remote_connectivity/asyncio/util/DataStruct.hpp"
 #include "remote_connectivity/asyncio/util/KDAHelper.hpp"
 
@@ -28,19 +29,6 @@ using Lines = std::vector<std::string>;
 
 /// The cap of every wait in these tests; sanitizers on a busy machine are slow.
 inline constexpr std::chrono::seconds patience{60};
-
-/// Waits until the condition holds; names what it waited for when it never does.
-template <class Condition>
-testing::AssertionResult eventually(const std::string& what, Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return testing::AssertionFailure() << "waited in vain for " << what;
-    }
-    std::this_thread::sleep_for(1ms);
-  }
-  return testing::AssertionSuccess();
-}
 
 template <class Action>
 std::chrono::steady_clock::duration timeOf(Action action) {

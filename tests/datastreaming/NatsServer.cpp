@@ -61,7 +61,7 @@ void NatsServer::start() {
   writeConfiguration();
   spawn();
   if (_port < 0) readPort();
-  if (!eventually("the server", [this] { return listens(); }, startPatience)) {
+  if (!becomesTrue([this] { return listens(); }, startPatience)) {
     throw std::runtime_error("the server did not listen in time:\n" + log());
   }
 }
@@ -92,7 +92,7 @@ void NatsServer::spawn() {
 void NatsServer::readPort() {
   const auto file = _directory / ("nats-server_" + std::to_string(_process) + ".ports");
   const auto complete = [&] { return readFile(file).find('}') != std::string::npos; };
-  if (!eventually("the ports", complete, startPatience)) throw std::runtime_error("the server named no port:\n" + log());
+  if (!becomesTrue(complete, startPatience)) throw std::runtime_error("the server named no port:\n" + log());
   const std::string text = readFile(file);
   _port = std::stoi(text.substr(text.find("127.0.0.1:") + 10));
 }

@@ -56,6 +56,7 @@ void DeliveryPipeline::perform(PayloadSequencer::Deliver& action) {
   const Handing handing = hand(frame.data, frame.size, frame.stamp, frame.attributes);
   if (handing != Handing::done) count(frame, ~std::uint64_t{0});
   if (handing == Handing::closed) return;  // the receipt goes unsettled
+  if (handing == Handing::notTaken) return leave(frame);
   if (handing == Handing::failed) {
     StreamCounters::add(_context->counters.lost);
     _sequencer.deliveryFailed(frame.stamp);
@@ -66,6 +67,12 @@ void DeliveryPipeline::perform(PayloadSequencer::Deliver& action) {
   }
   if (frame.receipt) _openReceipts.push_back(std::move(frame.receipt));
   if (frame.stamp.last) settlePayload();
+}
+
+/// Nobody has seen it, nor what came before of its payload: the receipts go unsettled.
+void DeliveryPipeline::leave(const Frame& frame) {
+  if (!frame.receipt) StreamCounters::add(_context->counters.lost);
+  if (frame.stamp.chunked) _openReceipts.clear();
 }
 
 void DeliveryPipeline::perform(PayloadSequencer::EndPayload& action) {
@@ -86,8 +93,10 @@ DeliveryPipeline::Handing DeliveryPipeline::hand(const std::uint8_t* data, std::
                                                  const Stamp& stamp, AttributeMap& attributes) {
   writeMessageId(stamp, _messageId);
   try {
-    const bool ran = _gate.run([&] { _callback(data, size, _messageId, attributes); });
-    return ran ? Handing::done : Handing::closed;
+    auto handling = datastreaming::Handling::done;
+    if (!_gate.run([&] { handling = _callback(data, size, _messageId, attributes); })) return Handing::closed;
+    if (handling == datastreaming::Handling::done) return Handing::done;
+    return handling == datastreaming::Handling::failed ? Handing::failed : Handing::notTaken;
   } catch (const std::exception& error) {
     reportFailure(stamp, error.what());
   } catch (...) {

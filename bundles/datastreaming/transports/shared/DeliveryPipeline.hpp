@@ -49,9 +49,10 @@ class DeliveryPipeline {
   void perform(PayloadSequencer::Deliver& action);
   void perform(PayloadSequencer::EndPayload& action);
   void perform(PayloadSequencer::Loss& action);
-  enum class Handing { done, failed, closed };
+  enum class Handing { done, failed, notTaken, closed };
   Handing hand(const std::uint8_t* data, std::uint64_t size, const Stamp& stamp,
                datastreaming::AttributeMap& attributes);
+  void leave(const Frame& frame);
   void reportFailure(const Stamp& stamp, const char* what);
   void count(const Frame& frame, std::uint64_t times);
   void settlePayload();

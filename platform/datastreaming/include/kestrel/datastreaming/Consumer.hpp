@@ -17,8 +17,10 @@ class Consumer {
   virtual void setErrorCallback(ErrorCallback callback) = 0;
 
   /// Sets what is called for each message; call it before start(). If it throws, that message is lost and
-  /// reported, and the next one is delivered. The pieces of one payload arrive without a gap and without
-  /// pieces of other payloads between them. A payload that cannot be completed ends with an empty last piece.
+  /// reported, and the next one is delivered. A message, or a payload, that it has not taken is not
+  /// acknowledged: where messages are stored, the next consumer gets it. The pieces of one payload arrive
+  /// without a gap and without pieces of other payloads between them. A payload that cannot be completed ends
+  /// with an empty last piece.
   virtual void setDataCallback(DataCallback callback) = 0;
 
   /// Begins delivery. The future completes when every message sent from now on will be delivered, or holds

@@ -9,6 +9,9 @@
 
 #include "NatsFaults.hpp"
 #include "Stranger.hpp"
+#include "transports/nats/LiveProducer.hpp"
+#include "transports/nats/LiveReceiver.hpp"
+#include "transports/nats/NatsConsumer.hpp"
 
 namespace kestrel::streams {
 namespace {
@@ -18,29 +21,55 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-TEST_F(NatsFaultsTest, DurableConsumerGetsTheWholePayloadAgainThatItsPredecessorDidNotFinish) {
-  Inbox first, second;
-  Joiner joiner(second);
-  Ends ends{factory("durable")};
-  ends.startProducer("YES");
-  (void)sendText(*ends.producer, "done");
-  const auto pieces = sendPieces(*ends.producer, "abcdef", 1);
+TEST_F(NatsFaultsTest, DurableConsumerGetsWhatItsPredecessorsDidNotTake) {
+  constexpr std::size_t messages = 300;
+  Ends sender{factory("durable")};
+  sender.startProducer("YES");
+  std::vector<std::string> sent;
+  for (std::size_t i = 0; i + 1 < messages; ++i) {
+    (void)sendText(*sender.producer, sent.emplace_back("message " + std::to_string(i)));
+  }
+  const auto pieces = sendPieces(*sender.producer, sent.emplace_back("a payload"), 2);
   ASSERT_TRUE(ready(pieces.back(), "the last piece to be stored"));
-  Door third;
-  std::atomic<int> calls = 0;
-  ends.startConsumer(
-      [&](const std::uint8_t* data, std::uint64_t size, const std::string& id, AttributeMap& a) {
-        if (++calls <= 4) first.callback()(data, size, id, a);
-        if (calls == 4) third.open();
-        if (calls >= 4) std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      });
-  third.pass("the third piece");
-  ends.consumer.reset();
-  Ends again{factory("durable")};
-  again.startConsumer(joiner.callback());
-  EXPECT_EQ(second.waitTexts(1)[0], calls < 7 ? "abcdef" : "");
-  EXPECT_EQ(first.waitTexts(4)[0], "done");
-  EXPECT_EQ(second.size(), 1U) << "what was acknowledged does not come again";
+  Inbox inbox;
+  for (std::size_t most = 100; most <= messages; most += 100) {  // each takes some, and refuses the others
+    Ends ends{factory("durable")};
+    std::atomic<std::size_t> refused = 0;
+    const auto take = inbox.callback();
+    ends.startConsumer(
+        [&](const std::uint8_t* data, std::uint64_t size, const std::string& id, AttributeMap& a) {
+          if (inbox.size() >= most) {
+            ++refused;
+            return datastreaming::Handling::notTaken;
+          }
+          return take(data, size, id, a);
+        });
+    inbox.wait(most);
+    ASSERT_TRUE(eventually("it to refuse", [&] { return refused > 20 || most == messages; }));
+    EXPECT_EQ(ends.statistics().lost, 0U);
+  }
+  EXPECT_EQ(inbox.waitTexts(messages), sent) << "once, and in order";
+}
+
+TEST_F(NatsFaultsTest, TimeWithoutTrafficIsNoSilenceOfThePayloadBehindIt) {
+  auto reporter = std::make_shared<ErrorReporter>();
+  const auto context = std::make_shared<StreamContext>("idle", reporter);
+  ServiceSettings settings;
+  settings.update({{datastreaming::DataSteamingConfig::DATASTREAMING_SERIVCE_URL, _server->url()}});
+  const auto connection = NatsConnection::connect(readNatsEndpoint(settings));
+  Inbox inbox;
+  NatsConsumer consumer(
+      std::make_shared<LiveReceiver>(context, connection, "kestrel.live.idle",
+                                     PayloadSequencer::Limits{.silence = std::chrono::seconds(1)}));
+  consumer.setDataCallback(inbox.callback());
+  consumer.start().get();
+  LiveProducer producer(context, connection, "kestrel.live.idle", {});
+  producer.start().get();
+  for (int round = 0; round < 3; ++round) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    sendPieces(producer, "abcdefgh", 1);
+  }
+  EXPECT_EQ(inbox.waitTexts(3), std::vector<std::string>(3, "abcdefgh"));
 }
 
 TEST_F(NatsFaultsTest, MessagesOfOtherProgramsAreDroppedAndReported) {

@@ -277,13 +277,14 @@ TEST_F(ResequencerTest, GapIsGivenUpInTimeOrWhenNothingOlderCanCome) {
 TEST(ArrivalClockTest, StandsStillForWhatWaitsAndMovesOnceThatIsDone) {
   const TimePoint start{seconds(100)};
   ArrivalClock clock(start);
-  EXPECT_EQ(clock.advance(start + seconds(20), 2), start) << "two came while nobody looked";
-  EXPECT_EQ(clock.advance(start + seconds(40), 5), start);
-  EXPECT_EQ(clock.advance(start + seconds(60), 4), start + seconds(20)) << "those two are done";
-  EXPECT_EQ(clock.advance(start + seconds(61), 0), start + seconds(61));
-  clock.exclude(seconds(30));
-  EXPECT_EQ(clock.advance(start + seconds(100), 0), start + seconds(70));
-  EXPECT_EQ(clock.real(start + seconds(70)), start + seconds(100));
+  const auto reached = [&](seconds now, std::uint64_t waiting) {
+    clock.advance(start + now, waiting);
+    return clock.reached() - start;
+  };
+  EXPECT_EQ(reached(seconds(20), 2), seconds(0)) << "two came while nobody looked";
+  EXPECT_EQ(reached(seconds(40), 5), seconds(0));
+  EXPECT_EQ(reached(seconds(60), 4), seconds(20)) << "those two are done";
+  EXPECT_EQ(reached(seconds(61), 0), seconds(61));
 }
 
 TEST(BackoffTest, DoublesUpToItsCapLessAtMostAHalf) {

@@ -22,6 +22,32 @@ testing::AssertionResult comesBack(const Ends& ends, std::uint64_t times = 1) {
 constexpr std::size_t payloadSize = 300'000;
 constexpr std::size_t pieceSize = 100'000;
 
+TEST_F(NatsReconnectTest, LossAtEitherEndOfAProducersMessagesIsCounted) {
+  Inbox inbox;
+  Ends ends{factory("live")};
+  ends.startConsumer(inbox.callback());
+  std::uint64_t sent = 0;
+  const auto send = [&](std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i, ++sent) (void)sendText(*ends.producer, numbered(i, 100'000));
+  };
+  auto lose = [&, times = 0ULL](std::size_t count) mutable {
+    _server->freeze();  // what is sent now lies in its socket and dies with it
+    send(count);
+    _server->kill();
+    _server->start();
+    ASSERT_TRUE(comesBack(ends, ++times));
+  };
+  const auto accounted = [&] { return inbox.size() + ends.statistics().lost == sent; };
+  ends.startProducer();
+  lose(20);  // its beginning
+  send(1);
+  ASSERT_TRUE(eventually("the lost beginning to be counted", accounted));
+  lose(20);  // its end
+  ends.producer.reset();
+  ASSERT_TRUE(eventually("the lost end to be counted", accounted));
+  EXPECT_GT(ends.statistics().lost, 1U) << "nothing was lost, so this proves nothing";
+}
+
 TEST_F(NatsReconnectTest, LiveLossIsCountedAndReportedAndTrafficResumes) {
   Inbox inbox, errors;
   Joiner joiner(inbox);

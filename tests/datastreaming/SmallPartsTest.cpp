@@ -5,22 +5,11 @@
 
 #include "Waiting.hpp"
 #include "transports/memory/MemoryQueue.hpp"
-#include "transports/shared/ByteBudget.hpp"
 #include "transports/shared/ErrorOutlet.hpp"
 #include "transports/shared/ProducerStamper.hpp"
 
 namespace kestrel::streams {
 namespace {
-
-TEST(ByteBudget, KeepsTheReserveForTheProducerOfThePayloadInProgress) {
-  ByteBudget budget(1000, 200);
-  const ByteBudget::Charge others(budget, 900);
-  budget.favour(7);
-  EXPECT_TRUE(budget.hasRoom(100, 8));
-  EXPECT_FALSE(budget.hasRoom(101, 8));
-  EXPECT_TRUE(budget.hasRoom(300, 7));
-  EXPECT_FALSE(budget.hasRoom(301, 7));
-}
 
 TEST(CallbackGate, ClosingWaitsForTheCallbackInFlight) {
   callbacks::CallbackGate gate;

@@ -212,7 +212,7 @@ TEST_P(TransportSuite, StatisticsCountUsersBytesBothWays) {
   const auto producer = startProducer(stream);
   (void)sendText(*producer, "12345", {{"key", "not counted"}});
   sendPieces(*producer, "abcdef", 2);
-  inbox.wait(4);
+  inbox.wait(2);
   const auto counted = statistics();
   EXPECT_EQ(counted.streamId, "s");
   EXPECT_EQ(counted.messagesSent, 4U);

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "../Eventually.hpp"
 #include "Waiting.hpp"
 
 namespace kestrel::streams {

@@ -51,7 +51,6 @@ std::shared_future<void> MemoryConsumer::start() {
 void MemoryConsumer::begin() {
   if (!_pipeline->hasDataCallback()) throw std::logic_error("start: the consumer has no data callback");
   auto queue = _stream->attach();
-  _pipeline->setBudget({queue, &queue->budget()});
   try {
     _thread.start("kestrel-deliver", [pipeline = _pipeline, queue] { deliver(*pipeline, *queue); });
   } catch (...) {
@@ -63,19 +62,27 @@ void MemoryConsumer::begin() {
 
 void MemoryConsumer::deliver(DeliveryPipeline& pipeline, MemoryQueue& queue) {
   std::vector<MemoryQueue::Entry> batch;
+  std::uint64_t left = 0;
   while (const auto now = queue.take(batch, pipeline.deadline())) {
     for (auto& entry : batch) {
-      if (queue.stopped()) return;
-      handle(pipeline, entry);
+      if (!queue.stopped()) {
+        handle(pipeline, entry);
+      } else if (entry.kind == MemoryQueue::Kind::message) {
+        ++left;
+      }
     }
     if (batch.empty()) pipeline.tick(*now);
   }
+  pipeline.abandon(left + queue.dropMessages());
 }
 
 void MemoryConsumer::handle(DeliveryPipeline& pipeline, MemoryQueue::Entry& entry) {
   if (entry.kind == MemoryQueue::Kind::vanished) return pipeline.producerVanished(entry.producer);
   if (entry.kind == MemoryQueue::Kind::abandoned) return pipeline.payloadAbandoned(entry.producer);
   const MemoryMessage& message = *entry.message;
+  if (const auto deadline = pipeline.deadline(); deadline && message.arrival >= *deadline) {
+    pipeline.tick(message.arrival);
+  }
   Frame frame;
   frame.stamp = message.stamp;
   frame.arrival = message.arrival;

@@ -1,5 +1,6 @@
 #include "transports/memory/MemoryQueue.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace kestrel::streams {
@@ -40,6 +41,13 @@ std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optio
   if (stopped()) return std::nullopt;
   batch.swap(_entries);
   return Clock::now();
+}
+
+std::uint64_t MemoryQueue::dropMessages() {
+  const std::lock_guard lock(_mutex);
+  const auto messages = std::ranges::count(_entries, Kind::message, &Entry::kind);
+  _entries.clear();
+  return static_cast<std::uint64_t>(messages);
 }
 
 void MemoryQueue::stop() {

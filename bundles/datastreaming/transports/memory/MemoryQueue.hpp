@@ -37,6 +37,9 @@ class MemoryQueue {
   /// nothing after stop().
   [[nodiscard]] std::optional<TimePoint> take(std::vector<Entry>& batch, std::optional<TimePoint> deadline);
 
+  /// Drops all that is queued; returns how many messages that was.
+  std::uint64_t dropMessages();
+
   void stop();
   [[nodiscard]] bool stopped() const { return _stopped.load(std::memory_order_relaxed); }
 

@@ -2,13 +2,28 @@
 
 #include <algorithm>
 
+#include "transports/shared/ErrorOutlet.hpp"
+
 namespace kestrel::streams {
 
-std::optional<std::string> MemoryStream::refusalLocked(std::uint64_t size, std::uint64_t cost,
-                                                       std::uint64_t producer) const {
+MemoryStream::~MemoryStream() {
+  const std::uint64_t unread = _attended ? 0 : _queues.front()->dropMessages();
+  const auto context = _context.lock();
+  if (unread == 0 || !context) return;
+  StreamCounters::add(context->counters.lost, unread);
+  ErrorOutlet(context).report("nobody has come to read what was sent; messages lost: " +
+                              std::to_string(unread));
+}
+
+void MemoryStream::openedBy(const std::shared_ptr<StreamContext>& context) {
+  const std::lock_guard lock(_mutex);
+  _context = context;
+}
+
+std::optional<std::string> MemoryStream::refusalLocked(std::uint64_t size, std::uint64_t cost) const {
   for (const auto& queue : _queues) {
     const ByteBudget& budget = queue->budget();
-    if (budget.hasRoom(cost, producer)) continue;
+    if (budget.hasRoom(cost)) continue;
     return "message of " + std::to_string(size) + " bytes refused: " + std::to_string(budget.used()) +
            " bytes wait for " + (_attended ? "a consumer" : "the first consumer") + ", the limit is " +
            std::to_string(budget.limit());
@@ -16,17 +31,16 @@ std::optional<std::string> MemoryStream::refusalLocked(std::uint64_t size, std::
   return std::nullopt;
 }
 
-std::optional<std::string> MemoryStream::refusal(std::uint64_t size, std::uint64_t cost,
-                                                 std::uint64_t producer) {
+std::optional<std::string> MemoryStream::refusal(std::uint64_t size, std::uint64_t cost) {
   const std::lock_guard lock(_mutex);
-  return refusalLocked(size, cost, producer);
+  return refusalLocked(size, cost);
 }
 
 std::optional<std::string> MemoryStream::publish(const std::shared_ptr<MemoryMessage>& message,
                                                  std::uint64_t cost) {
   // Only this function takes room, and it does so under the lock: room that was seen stays.
   const std::lock_guard lock(_mutex);
-  if (auto why = refusalLocked(message->bytes.size(), cost, message->stamp.producer)) return why;
+  if (auto why = refusalLocked(message->bytes.size(), cost)) return why;
   message->arrival = Clock::now();
   for (const auto& queue : _queues) queue->push(message, cost);
   return std::nullopt;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "transports/memory/MemoryQueue.hpp"
+#include "transports/shared/StreamContext.hpp"
 
 namespace kestrel::streams {
 
@@ -17,10 +18,15 @@ namespace kestrel::streams {
 class MemoryStream {
  public:
   explicit MemoryStream(std::uint64_t queueLimit) : _queueLimit(queueLimit) {}
+  ~MemoryStream();
+  MemoryStream(const MemoryStream&) = delete;
+  MemoryStream& operator=(const MemoryStream&) = delete;
+
+  /// Where messages are counted that nobody has read when the stream goes: where it was opened last.
+  void openedBy(const std::shared_ptr<StreamContext>& context);
 
   /// Why a message of that size would not be taken over now; nothing if it would.
-  [[nodiscard]] std::optional<std::string> refusal(std::uint64_t size, std::uint64_t cost,
-                                                   std::uint64_t producer);
+  [[nodiscard]] std::optional<std::string> refusal(std::uint64_t size, std::uint64_t cost);
 
   /// Takes a message over for all consumers, or for none; then it returns why.
   [[nodiscard]] std::optional<std::string> publish(const std::shared_ptr<MemoryMessage>& message,
@@ -34,14 +40,14 @@ class MemoryStream {
   void detach(const std::shared_ptr<MemoryQueue>& queue);
 
  private:
-  [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost,
-                                                         std::uint64_t producer) const;
+  [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost) const;
 
   const std::uint64_t _queueLimit;
   std::mutex _mutex;
   // Guarded by _mutex. Without a consumer the only queue is the one of the consumer to come.
   std::vector<std::shared_ptr<MemoryQueue>> _queues{std::make_shared<MemoryQueue>(_queueLimit)};
   bool _attended = false;  // a consumer is attached
+  std::weak_ptr<StreamContext> _context;
 };
 
 /// The named streams of the process. A stream lives as long as anybody holds it. Safe from any thread.

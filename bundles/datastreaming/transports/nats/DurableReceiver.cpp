@@ -21,8 +21,8 @@ PayloadSequencer::Limits durableLimits(const NatsEndpoint& endpoint) {
   PayloadSequencer::Limits limits;
   // Its producer may be trying to store the next piece for that long.
   limits.silence = endpoint.retry + std::chrono::seconds(10);
-  // What waits behind an unfinished payload must not be lost: no more than this can be stored.
-  limits.waitingBytes = std::max<std::uint64_t>(1ULL << 30, static_cast<std::uint64_t>(endpoint.maxBytes));
+  // As much as can be stored may be of payloads that are not whole yet.
+  limits.heldBytes = std::max(limits.heldBytes, static_cast<std::uint64_t>(endpoint.maxBytes));
   return limits;
 }
 
@@ -136,8 +136,6 @@ void DurableReceiver::noticeNewStore(const DurableStore::Claim& claim) {
 }
 
 void DurableReceiver::run() {
-  _clock = ArrivalClock(Clock::now());
-  _seen = Clock::now();
   while (!stopped()) {
     if (_connection->closed()) return reportClosed();
     if (keepAttached()) receive();
@@ -153,12 +151,8 @@ bool DurableReceiver::keepAttached() {
   const bool connected = session != 0;
   const bool silent = connected && now - _heard > heartbeatsMissed;
   if (_attached && (silent || _session != session)) _attached = false;
-  if (_attached && connected) {
-    _seen = now;
-    return true;
-  }
-  _clock.exclude(now - _seen);  // nobody can be silent while nothing can come
-  _seen = now;
+  passTime(_attached && connected);
+  if (_attached && connected) return true;
   if (!connected || now < _nextAttempt) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     return false;
@@ -179,16 +173,15 @@ void DurableReceiver::receive() {
   natsMsg* raw = nullptr;
   const natsStatus status = natsSubscription_NextMsg(&raw, _subscription.get(), waitFor(slice).count());
   auto message = share(raw);
-  const TimePoint now = beginTurn(waitingIn(*_subscription));
+  beginTurn(waitingIn(*_subscription));
   if (status == NATS_OK) {
     take(std::move(message));
   } else if (status == NATS_TIMEOUT) {
     _order.tick(Clock::now());
-    _pipeline->tick(now);
   } else if (!stopped()) {
     _attached = false;  // dropped by the client, or the connection is about to be closed
   }
-  while (auto incoming = _order.next()) deliver(std::move(*incoming), now);
+  while (auto incoming = _order.next()) deliver(std::move(*incoming));
   endTurn();
   if (status == NATS_OK) _heard = Clock::now();
 }

@@ -54,7 +54,6 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   bool _attached = false;
   bool _complained = false;  // about not being able to attach
   TimePoint _heard{};        // when anything came last
-  TimePoint _seen{};         // when the loop came by last
   TimePoint _nextAttempt{};
 };
 

@@ -4,23 +4,8 @@
 #include <utility>
 
 #include "transports/nats/OutgoingMessage.hpp"
-#include "transports/shared/Log.hpp"
 
 namespace kestrel::streams {
-
-namespace {
-
-/// Without it the receiving side would wait for the rest of the payload until it counts as silent.
-void announceEvent(NatsConnection& connection, const std::string& subject, ProducerEvent::Kind kind,
-                   std::uint64_t producer) {
-  try {
-    (void)connection.outbox().post({makeEvent(subject, {kind, producer, 0}), 256, 0, nullptr, 0});
-  } catch (const std::exception& error) {
-    logError(std::string("a producer could not announce its end: ") + error.what());
-  }
-}
-
-}  // namespace
 
 /// Follows messages, whose tags are the numbers of their confirmations: tells the book when they are sent,
 /// and reports those that waited for the connection and were lost there.
@@ -55,11 +40,11 @@ LiveProducer::LiveProducer(std::shared_ptr<StreamContext> context, std::shared_p
 
 LiveProducer::~LiveProducer() {
   close();
-  if (_heard) announceEvent(*_connection, _subject, ProducerEvent::Kind::gone, producerId());
+  if (_announcer) _announcer->retire();
 }
 
 void LiveProducer::abandonPayload() {
-  announceEvent(*_connection, _subject, ProducerEvent::Kind::abandoned, producerId());
+  _announcer->abandoned();
 }
 
 void LiveProducer::open() {
@@ -67,6 +52,7 @@ void LiveProducer::open() {
     throw std::runtime_error("the connection is closed: " + _connection->lastFailure());
   if (_acknowledge) _echoes = _connection->echoes();
   _follower = std::make_shared<Follower>(context(), errors(), _echoes);
+  _announcer = LiveAnnouncer::create(*_connection, _subject, producerId());
 }
 
 ProducerBase::Outcome LiveProducer::transmit(const Outgoing& message) {
@@ -89,7 +75,7 @@ ProducerBase::Outcome LiveProducer::transmit(const Outgoing& message) {
     if (_echoes) _echoes->postsFailed({expected.number}, *refusal);
     return {refusal, {}};
   }
-  _heard = true;
+  _announcer->sent(message.stamp.sequence);
   if (_echoes) EchoBook::ask(_echoes, outbox, expected.number);
   return {std::nullopt, std::move(expected.confirmed)};
 }

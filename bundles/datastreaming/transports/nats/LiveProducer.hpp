@@ -4,6 +4,7 @@
 #include <string>
 
 #include "transports/nats/EchoBook.hpp"
+#include "transports/nats/LiveAnnouncer.hpp"
 #include "transports/nats/NatsConnection.hpp"
 #include "transports/shared/ProducerBase.hpp"
 
@@ -28,9 +29,9 @@ class LiveProducer final : public ProducerBase {
   const std::string _subject;
   const bool _acknowledge;
   // Guarded by the lock of ProducerBase.
-  std::shared_ptr<EchoBook> _echoes;    // set by open() if acknowledgements are wanted
-  std::shared_ptr<Follower> _follower;  // set by open()
-  bool _heard = false;                  // a message was accepted
+  std::shared_ptr<EchoBook> _echoes;          // set by open() if acknowledgements are wanted
+  std::shared_ptr<Follower> _follower;        // set by open()
+  std::shared_ptr<LiveAnnouncer> _announcer;  // set by open()
 };
 
 }  // namespace kestrel::streams

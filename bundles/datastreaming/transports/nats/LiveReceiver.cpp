@@ -7,22 +7,18 @@ namespace kestrel::streams {
 namespace {
 
 constexpr std::chrono::milliseconds longest{std::chrono::minutes(10)};
-
-PayloadSequencer::Limits liveLimits() {
-  PayloadSequencer::Limits limits;
-  limits.waitingBytes = ByteBudget::defaultLimit;
-  return limits;
-}
+constexpr std::chrono::milliseconds slice{250};  // how soon a connection that is away is noticed
 
 }  // namespace
 
 LiveReceiver::LiveReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
-                           std::string subject)
-    : NatsReceiver(std::move(context), std::move(connection), liveLimits()), _subject(std::move(subject)) {}
+                           std::string subject, const PayloadSequencer::Limits& limits)
+    : NatsReceiver(std::move(context), std::move(connection), limits), _subject(std::move(subject)) {}
 
 void LiveReceiver::open() {
   auto subscription = _connection->subscribe(_subject, pendingLimits);
   _connection->confirm(confirmTimeout);
+  _pipeline->begin(Clock::now());
   _subscription = std::move(subscription);
 }
 
@@ -31,26 +27,25 @@ void LiveReceiver::interrupt() {
 }
 
 void LiveReceiver::run() {
-  _clock = ArrivalClock(Clock::now());
   while (!stopped()) {
     natsMsg* raw = nullptr;
-    const natsStatus status = _subscription->next(&raw, waitFor(longest));
+    const natsStatus status = _subscription->next(&raw, waitFor(_pipeline->deadline() ? slice : longest));
     auto message = share(raw);
-    const TimePoint now = beginTurn(_subscription->waiting());
+    passTime(_connection->currentSession() != 0);
+    beginTurn(_subscription->waiting());
     if (status == NATS_OK) {
-      deliver(identify(std::move(message)), now);
-      endTurn();
-    } else if (status == NATS_TIMEOUT) {
+      deliver(identify(std::move(message)));
+    } else if (status == NATS_TIMEOUT || status == NATS_SLOW_CONSUMER) {
       reportDropped();
-      _pipeline->tick(now);
     } else if (status == NATS_NO_RESPONDERS) {  // so the client calls a message that says so, whoever sent it
       refuse({});
-    } else if (status == NATS_SLOW_CONSUMER) {
-      reportDropped();
     } else {
-      return reportClosed();
+      reportClosed();
+      break;
     }
+    endTurn();
   }
+  _pipeline->abandon(_subscription->waiting());
 }
 
 void LiveReceiver::reportDropped() {

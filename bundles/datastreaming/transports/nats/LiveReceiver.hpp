@@ -10,7 +10,7 @@ namespace kestrel::streams {
 class LiveReceiver final : public NatsReceiver {
  public:
   LiveReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
-               std::string subject);
+               std::string subject, const PayloadSequencer::Limits& limits = {});
 
   void open() override;
   void run() override;

@@ -1,5 +1,7 @@
 #include "transports/nats/MessageHeaders.hpp"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +13,9 @@ using datastreaming::AttributeMap;
 using datastreaming::AttributeValue;
 
 namespace {
+
+const std::array<std::string, 3> eventNames{"gone", "abandoned", "idle"};  // in the order of their kinds
+constexpr std::chrono::milliseconds longestAge{std::chrono::years(100)};
 
 bool plainInValue(unsigned char c) {
   return c > ' ' && c < 0x7f && c != '%';
@@ -113,26 +118,35 @@ std::optional<Stamp> readStamp(const char* text) {
 }
 
 std::string writeEvent(const ProducerEvent& event) {
-  char buffer[64];
+  char buffer[96];
   char* const end = buffer + sizeof buffer;
   char* at = std::to_chars(buffer, end, event.producer, 16).ptr;
   *at++ = '.';
   at = std::to_chars(at, end, event.after).ptr;
-  return (event.kind == ProducerEvent::Kind::gone ? "gone." : "abandoned.") + std::string(buffer, at);
+  if (event.age) {
+    *at++ = '.';
+    at = std::to_chars(at, end, event.age->count()).ptr;
+  }
+  return eventNames[static_cast<std::size_t>(event.kind)] + ('.' + std::string(buffer, at));
 }
 
 std::optional<ProducerEvent> readEvent(const std::string& text) {
   const auto dot = text.find('.');
-  if (dot == std::string::npos) return std::nullopt;
-  const std::string kind = text.substr(0, dot);
-  if (kind != "gone" && kind != "abandoned") return std::nullopt;
+  const auto name = std::ranges::find(eventNames, text.substr(0, dot));
+  if (dot == std::string::npos || name == eventNames.end()) return std::nullopt;
   ProducerEvent event;
-  if (kind == "abandoned") event.kind = ProducerEvent::Kind::abandoned;
+  event.kind = static_cast<ProducerEvent::Kind>(name - eventNames.begin());
   const char* at = text.data() + dot + 1;
   const char* const end = text.data() + text.size();
   if (!takeNumber(at, end, event.producer, 16) || event.producer == 0) return std::nullopt;
   const auto [rest, error] = std::from_chars(at, end, event.after);
-  if (error != std::errc() || rest != end) return std::nullopt;
+  if (error != std::errc()) return std::nullopt;
+  if (rest == end) return event;
+  std::int64_t age = 0;
+  if (*rest != '.' || std::from_chars(rest + 1, end, age).ptr != end || age < 0 || age > longestAge.count()) {
+    return std::nullopt;
+  }
+  event.age = std::chrono::milliseconds(age);
   return event;
 }
 

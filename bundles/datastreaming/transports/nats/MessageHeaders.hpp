@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <kestrel/datastreaming/Types.hpp>
 #include <optional>
 #include <string>
@@ -27,13 +28,16 @@ struct ProducerEvent {
   enum class Kind {
     gone,       ///< it will send nothing more
     abandoned,  ///< it has given up the payload that it had begun
+    idle,       ///< it has sent nothing for a while
   };
   Kind kind = Kind::gone;
   std::uint64_t producer = 0;
-  std::uint64_t after = 0;  ///< the number of its last message before the news
+  std::uint64_t after = 0;                            ///< the number of its last message before the news
+  std::optional<std::chrono::milliseconds> age = {};  ///< how long ago it sent its first message
 };
 
-/// "gone.producer.after" or "abandoned.producer.after", the producer in hexadecimal.
+/// "gone.producer.after", "abandoned.producer.after" or "idle.producer.after", the producer in hexadecimal;
+/// or with ".age" behind, in milliseconds.
 [[nodiscard]] std::string writeEvent(const ProducerEvent& event);
 [[nodiscard]] std::optional<ProducerEvent> readEvent(const std::string& text);
 

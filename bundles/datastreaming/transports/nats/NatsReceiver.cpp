@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace kestrel::streams {
 
@@ -31,17 +32,23 @@ NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message) 
   return incoming;
 }
 
-TimePoint NatsReceiver::beginTurn(std::uint64_t waiting) {
+void NatsReceiver::passTime(bool possible) {
+  const TimePoint before = std::exchange(_seen, Clock::now());
+  if (!possible) _pipeline->excuse(_seen - before);
+}
+
+void NatsReceiver::beginTurn(std::uint64_t waiting) {
   _moreWaits = waiting > 0;
   if (_moreWaits) _connection->outbox().expectMore();
-  return _clock.advance(Clock::now(), waiting);
+  _clock.advance(Clock::now(), waiting);
 }
 
 void NatsReceiver::endTurn() {
+  _pipeline->tick(_clock.reached());
   if (!_moreWaits) _connection->outbox().flush();
 }
 
-void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
+void NatsReceiver::deliver(Incoming incoming) {
   if (const auto* event = std::get_if<ProducerEvent>(&incoming.identity)) {
     deliverEvent(*event);
     return settle(incoming.receipt);
@@ -52,7 +59,7 @@ void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
   if (!attributes) return refuse(std::move(incoming));
   Frame frame;
   frame.stamp = *stamp;
-  frame.arrival = arrival;
+  frame.arrival = Clock::now();  // or before, but it cannot have been silent since then
   frame.data = reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message));
   frame.size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message));
   frame.attributes = std::move(*attributes);
@@ -62,11 +69,11 @@ void NatsReceiver::deliver(Incoming incoming, TimePoint arrival) {
 }
 
 void NatsReceiver::deliverEvent(const ProducerEvent& event) {
-  if (event.kind == ProducerEvent::Kind::gone) {
-    _pipeline->producerVanished(event.producer);
-  } else {
-    _pipeline->payloadAbandoned(event.producer);
-  }
+  if (event.kind == ProducerEvent::Kind::abandoned) return _pipeline->payloadAbandoned(event.producer);
+  std::optional<TimePoint> began;
+  if (event.age) began = Clock::now() - *event.age;
+  _pipeline->producerReached(event.producer, event.after, began);
+  if (event.kind == ProducerEvent::Kind::gone) _pipeline->producerVanished(event.producer);
 }
 
 void NatsReceiver::refuse(Incoming incoming) {
@@ -80,7 +87,7 @@ void NatsReceiver::refuse(Incoming incoming) {
 std::chrono::milliseconds NatsReceiver::waitFor(std::chrono::milliseconds most) const {
   const auto deadline = _pipeline->deadline();
   if (!deadline) return most;
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(_clock.real(*deadline) - Clock::now());
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
   return std::clamp(left, std::chrono::milliseconds(1), most);
 }
 

@@ -32,7 +32,8 @@ class NatsReceiver {
   void stop(bool insideRun);
 
  protected:
-  static constexpr PendingLimits pendingLimits{1 << 20, ByteBudget::defaultLimit};
+  /// A message costs up to half a kilobyte beside its bytes, so that both limits stand for about as much.
+  static constexpr PendingLimits pendingLimits{1 << 18, ByteBudget::defaultLimit};
   static constexpr std::chrono::milliseconds confirmTimeout{5000};
 
   /// Wakes run() if it waits for a message, for it to find that it is stopped.
@@ -46,13 +47,15 @@ class NatsReceiver {
   };
   [[nodiscard]] static Incoming identify(std::shared_ptr<natsMsg> message);
 
-  /// Around the handling of what has just been taken from the subscription, if anything: the time that
-  /// delivery has reached, and what goes out meanwhile goes out together if more waits: so many messages.
-  [[nodiscard]] TimePoint beginTurn(std::uint64_t waiting);
+  /// Some time has passed in which messages could come, or could not.
+  void passTime(bool possible);
+  /// Around the handling of what has just been taken from the subscription, if anything: what goes out
+  /// meanwhile goes out together if more waits, and at the end payloads that have fallen silent are given up.
+  void beginTurn(std::uint64_t waiting);
   void endTurn();
 
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
-  void deliver(Incoming incoming, TimePoint arrival);
+  void deliver(Incoming incoming);
 
   /// Drops what comes from no producer of ours, and reports it.
   void refuse(Incoming incoming);
@@ -66,13 +69,14 @@ class NatsReceiver {
   const std::shared_ptr<NatsConnection> _connection;
   const std::shared_ptr<ErrorOutlet> _errors;
   const std::shared_ptr<DeliveryPipeline> _pipeline;
-  // The delivery thread's own.
-  ArrivalClock _clock{Clock::now()};
 
  private:
   void deliverEvent(const ProducerEvent& event);
 
-  bool _moreWaits = false;  // the delivery thread's own
+  // The delivery thread's own.
+  ArrivalClock _clock{Clock::now()};
+  TimePoint _seen = Clock::now();  // when passTime() was called last
+  bool _moreWaits = false;
   std::atomic<bool> _stopped{false};
 };
 

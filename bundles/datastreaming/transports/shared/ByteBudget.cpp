@@ -16,11 +16,9 @@ std::uint64_t ByteBudget::costOf(std::uint64_t size, const datastreaming::Attrib
   return cost;
 }
 
-bool ByteBudget::hasRoom(std::uint64_t cost, std::uint64_t producer) const {
-  const bool favoured = _favoured.load(std::memory_order_relaxed) == producer;
-  const std::uint64_t bound = favoured ? _limit + _reserve : _limit;
+bool ByteBudget::hasRoom(std::uint64_t cost) const {
   const std::uint64_t taken = used();
-  return taken <= bound && cost <= bound - taken;
+  return taken <= _limit && cost <= _limit - taken;
 }
 
 }  // namespace kestrel::streams

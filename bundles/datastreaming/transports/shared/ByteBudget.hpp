@@ -7,16 +7,13 @@
 
 namespace kestrel::streams {
 
-/// The bound, in bytes, of what waits for one consumer, with a reserve beyond it that only the producer of
-/// the payload in progress may use: were that payload cut short for want of room, what waits behind it would
-/// have starved it. Reading and releasing are safe from any thread; charges are taken by one thread at a
-/// time.
+/// The bound, in bytes, of what waits for one consumer. Reading and releasing are safe from any thread;
+/// charges are taken by one thread at a time.
 class ByteBudget {
  public:
   static constexpr std::uint64_t defaultLimit = 256ULL << 20;
 
-  explicit ByteBudget(std::uint64_t limit = defaultLimit) : ByteBudget(limit, limit / 4) {}
-  ByteBudget(std::uint64_t limit, std::uint64_t reserve) : _limit(limit), _reserve(reserve) {}
+  explicit ByteBudget(std::uint64_t limit = defaultLimit) : _limit(limit) {}
   ByteBudget(const ByteBudget&) = delete;
   ByteBudget& operator=(const ByteBudget&) = delete;
 
@@ -46,19 +43,14 @@ class ByteBudget {
   [[nodiscard]] static std::uint64_t costOf(std::uint64_t size,
                                             const datastreaming::AttributeMap& attributes);
 
-  [[nodiscard]] bool hasRoom(std::uint64_t cost, std::uint64_t producer) const;
-
-  /// Names the producer of the payload in progress, 0 for none.
-  void favour(std::uint64_t producer) { _favoured.store(producer, std::memory_order_relaxed); }
+  [[nodiscard]] bool hasRoom(std::uint64_t cost) const;
 
   [[nodiscard]] std::uint64_t used() const { return _used.load(std::memory_order_relaxed); }
   [[nodiscard]] std::uint64_t limit() const { return _limit; }
 
  private:
   const std::uint64_t _limit;
-  const std::uint64_t _reserve;
   std::atomic<std::uint64_t> _used{0};
-  std::atomic<std::uint64_t> _favoured{0};
 };
 
 }  // namespace kestrel::streams

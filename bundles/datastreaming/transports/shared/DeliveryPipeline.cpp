@@ -1,14 +1,12 @@
 #include "transports/shared/DeliveryPipeline.hpp"
 
 #include <exception>
-#include <kestrel/datastreaming/Keys.hpp>
 #include <utility>
 #include <variant>
 
 namespace kestrel::streams {
 
-using datastreaming::AttributeMap;
-using datastreaming::MessageAttributes;
+using datastreaming::Handling;
 
 DeliveryPipeline::DeliveryPipeline(std::shared_ptr<StreamContext> context,
                                    std::shared_ptr<ErrorOutlet> errors,
@@ -25,6 +23,12 @@ void DeliveryPipeline::tick(TimePoint now) {
   work();
 }
 
+void DeliveryPipeline::producerReached(std::uint64_t producer, std::uint64_t last,
+                                       std::optional<TimePoint> began) {
+  _sequencer.producerReached(producer, last, began);
+  work();
+}
+
 void DeliveryPipeline::producerVanished(std::uint64_t producer) {
   _sequencer.producerVanished(producer);
   work();
@@ -35,92 +39,80 @@ void DeliveryPipeline::payloadAbandoned(std::uint64_t producer) {
   work();
 }
 
-void DeliveryPipeline::work() {
-  while (auto action = _sequencer.next()) {
-    favour(_sequencer.activeProducer());
-    std::visit([this](auto& step) { perform(step); }, *action);
-  }
+void DeliveryPipeline::abandon(std::uint64_t waiting) {
+  waiting += _sequencer.messagesHeld();
+  StreamCounters::add(_context->counters.lost, waiting);
+  const std::uint64_t lost = waiting + std::exchange(_leftBehind, 0);
+  if (lost == 0) return;
+  _errors->report("the consumer has gone without taking all that came for it; messages lost: " +
+                  std::to_string(lost));
 }
 
-/// Before the callback runs: pieces that arrive while it runs must find the reserve.
-void DeliveryPipeline::favour(std::uint64_t producer) {
-  if (_budget == nullptr || producer == _favoured) return;
-  _favoured = producer;
-  _budget->favour(producer);
+void DeliveryPipeline::work() {
+  while (auto action = _sequencer.next()) {
+    std::visit([this](auto& step) { perform(step); }, *action);
+  }
 }
 
 void DeliveryPipeline::perform(PayloadSequencer::Deliver& action) {
   Frame& frame = action.frame;
   // Counted first: whoever has seen the message shall find it in the statistics.
-  count(frame, 1);
-  const Handing handing = hand(frame.data, frame.size, frame.stamp, frame.attributes);
-  if (handing != Handing::done) count(frame, ~std::uint64_t{0});
-  if (handing == Handing::closed) return;  // the receipt goes unsettled
-  if (handing == Handing::notTaken) return leave(frame);
-  if (handing == Handing::failed) {
-    StreamCounters::add(_context->counters.lost);
-    _sequencer.deliveryFailed(frame.stamp);
-  }
-  if (!frame.stamp.chunked) {
+  countReceived(frame);
+  const auto handling = hand(frame);
+  if (handling == Handling::done || handling == Handling::failed) {
+    if (handling == Handling::failed) countUndelivered(frame, true);
     settle(frame.receipt);
-    return;
+  } else {
+    // The receipt goes unsettled: where there is one, the message stays stored.
+    countUndelivered(frame, !frame.receipt);
+    if (!frame.receipt) _leftBehind += frame.messages;
   }
-  if (frame.receipt) _openReceipts.push_back(std::move(frame.receipt));
-  if (frame.stamp.last) settlePayload();
+  _sequencer.recycle(frame);
 }
 
-/// Nobody has seen it, nor what came before of its payload: the receipts go unsettled.
-void DeliveryPipeline::leave(const Frame& frame) {
-  if (!frame.receipt) StreamCounters::add(_context->counters.lost);
-  if (frame.stamp.chunked) _openReceipts.clear();
-}
-
-void DeliveryPipeline::perform(PayloadSequencer::EndPayload& action) {
-  AttributeMap attributes;
-  attributes.emplace(MessageAttributes::CompressionType, "chunk");
-  attributes.emplace(MessageAttributes::UnCompressedSize, 0L);
-  static constexpr std::uint8_t nothing = 0;
-  if (hand(&nothing, 0, action.stamp, attributes) != Handing::closed) settlePayload();
-}
-
-void DeliveryPipeline::perform(PayloadSequencer::Loss& action) {
+void DeliveryPipeline::perform(const PayloadSequencer::Loss& action) {
   StreamCounters::add(_context->counters.lost, action.messages);
   if (action.text.empty()) return;
   _errors->report(action.text + "; messages lost: " + std::to_string(action.messages));
 }
 
-DeliveryPipeline::Handing DeliveryPipeline::hand(const std::uint8_t* data, std::uint64_t size,
-                                                 const Stamp& stamp, AttributeMap& attributes) {
-  writeMessageId(stamp, _messageId);
-  try {
-    auto handling = datastreaming::Handling::done;
-    if (!_gate.run([&] { handling = _callback(data, size, _messageId, attributes); })) return Handing::closed;
-    if (handling == datastreaming::Handling::done) return Handing::done;
-    return handling == datastreaming::Handling::failed ? Handing::failed : Handing::notTaken;
-  } catch (const std::exception& error) {
-    reportFailure(stamp, error.what());
-  } catch (...) {
-    reportFailure(stamp, "an exception that is no std::exception");
-  }
-  return Handing::failed;
+void DeliveryPipeline::perform(const PayloadSequencer::Copy&) {
+  StreamCounters::add(_context->counters.copies);
 }
 
-void DeliveryPipeline::reportFailure(const Stamp& stamp, const char* what) {
-  writeMessageId(stamp, _messageId);
+std::optional<Handling> DeliveryPipeline::hand(Frame& frame) {
+  writeMessageId(frame.stamp, _messageId);
+  try {
+    auto handling = Handling::done;
+    const bool ran =
+        _gate.run([&] { handling = _callback(frame.data, frame.size, _messageId, frame.attributes); });
+    return ran ? std::optional(handling) : std::nullopt;
+  } catch (const std::exception& error) {
+    reportFailure(frame, error.what());
+  } catch (...) {
+    reportFailure(frame, "an exception that is no std::exception");
+  }
+  return Handling::failed;
+}
+
+void DeliveryPipeline::reportFailure(const Frame& frame, const char* what) {
+  writeMessageId(frame.stamp, _messageId);
   _errors->report("the data callback failed on message " + _messageId + ", which is lost: " + what);
 }
 
-/// Adds the frame that many times; the largest number, as -1, takes it back.
-void DeliveryPipeline::count(const Frame& frame, std::uint64_t times) {
+void DeliveryPipeline::countReceived(const Frame& frame) {
   auto& counters = _context->counters;
-  StreamCounters::add(counters.messagesReceived, times);
-  StreamCounters::add(counters.bytesReceived, times * frame.size);
-  if (frame.stamp.last) StreamCounters::add(counters.payloadsReceived, times);
+  StreamCounters::add(counters.messagesReceived, frame.messages);
+  StreamCounters::add(counters.bytesReceived, frame.size);
+  StreamCounters::add(counters.payloadsReceived);
 }
 
-void DeliveryPipeline::settlePayload() {
-  for (auto& receipt : _openReceipts) settle(receipt);
-  _openReceipts.clear();
+void DeliveryPipeline::countUndelivered(const Frame& frame, bool lost) {
+  auto& counters = _context->counters;
+  counters.messagesReceived -= frame.messages;
+  counters.bytesReceived -= frame.size;
+  --counters.payloadsReceived;
+  if (lost) StreamCounters::add(counters.lost, frame.messages);
 }
 
 }  // namespace kestrel::streams

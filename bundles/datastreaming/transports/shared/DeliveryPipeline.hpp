@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "transports/shared/ErrorOutlet.hpp"
 #include "transports/shared/PayloadSequencer.hpp"
@@ -24,16 +23,22 @@ class DeliveryPipeline {
                    const PayloadSequencer::Limits& limits = {});
 
   void setDataCallback(datastreaming::DataCallback callback) { _callback = std::move(callback); }
-  /// Keeps the budget told of the producer whose payload is in progress; before the first frame.
-  void setBudget(std::shared_ptr<ByteBudget> budget) { _budget = std::move(budget); }
   [[nodiscard]] bool hasDataCallback() const { return static_cast<bool>(_callback); }
 
-  /// A frame has arrived, at the time that it carries.
+  /// From that time on every message of the stream is for this consumer.
+  void begin(TimePoint now) { _sequencer.begin(now); }
+  /// A frame has arrived.
   void accept(Frame frame);
-  /// Ends payloads that have fallen silent; all that arrived before that time must have been accepted.
+  /// Gives up payloads that have fallen silent; all that arrived before that time must have been accepted.
   void tick(TimePoint now);
+  /// See PayloadSequencer.
+  void excuse(Clock::duration time) { _sequencer.excuse(time); }
+  void producerReached(std::uint64_t producer, std::uint64_t last, std::optional<TimePoint> began);
   void producerVanished(std::uint64_t producer);
   void payloadAbandoned(std::uint64_t producer);
+  /// The consumer goes, and so many messages still wait for it: they are counted as lost with those that are
+  /// held here, and reported. The last call.
+  void abandon(std::uint64_t waiting);
 
   /// When tick() may have something to do, if ever.
   [[nodiscard]] std::optional<TimePoint> deadline() const { return _sequencer.deadline(); }
@@ -45,28 +50,23 @@ class DeliveryPipeline {
 
  private:
   void work();
-  void favour(std::uint64_t producer);
   void perform(PayloadSequencer::Deliver& action);
-  void perform(PayloadSequencer::EndPayload& action);
-  void perform(PayloadSequencer::Loss& action);
-  enum class Handing { done, failed, notTaken, closed };
-  Handing hand(const std::uint8_t* data, std::uint64_t size, const Stamp& stamp,
-               datastreaming::AttributeMap& attributes);
-  void leave(const Frame& frame);
-  void reportFailure(const Stamp& stamp, const char* what);
-  void count(const Frame& frame, std::uint64_t times);
-  void settlePayload();
+  void perform(const PayloadSequencer::Loss& action);
+  void perform(const PayloadSequencer::Copy& action);
+  /// Nothing if the way to the callback is closed.
+  std::optional<datastreaming::Handling> hand(Frame& frame);
+  void reportFailure(const Frame& frame, const char* what);
+  void countReceived(const Frame& frame);
+  void countUndelivered(const Frame& frame, bool lost);
 
   const std::shared_ptr<StreamContext> _context;
   const std::shared_ptr<ErrorOutlet> _errors;
   datastreaming::DataCallback _callback;
   callbacks::CallbackGate _gate;
-  std::shared_ptr<ByteBudget> _budget;  // outlives the charges of the frames in _sequencer
   // The driving thread's own.
-  std::uint64_t _favoured = 0;
   PayloadSequencer _sequencer;
-  std::vector<std::unique_ptr<Receipt>> _openReceipts;  // of the pieces delivered of the payload in progress
-  std::string _messageId;                               // kept to reuse its memory
+  std::uint64_t _leftBehind = 0;  // messages that nobody took, and that are stored nowhere
+  std::string _messageId;         // kept to reuse its memory
 };
 
 }  // namespace kestrel::streams

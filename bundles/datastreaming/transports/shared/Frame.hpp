@@ -23,16 +23,21 @@ class Receipt {
   virtual void settle() noexcept = 0;
 };
 
-/// One message on its way to one consumer. Its bytes stay valid as long as the frame exists.
+class PayloadBuffer;
+
+/// One message, or one payload that was joined of several, on its way to one consumer. Its bytes stay valid
+/// as long as the frame exists.
 struct Frame {
   Stamp stamp;
-  TimePoint arrival;  ///< when the receiving side got it; never earlier than that of the frame before it
+  TimePoint arrival;  ///< the latest time at which it can have arrived; never before that of the last frame
   const std::uint8_t* data = nullptr;
   std::uint64_t size = 0;
   datastreaming::AttributeMap attributes;
-  std::shared_ptr<const void> owner;  ///< of the bytes
-  ByteBudget::Charge charge;          ///< its share of the consumer's bound, empty where the transport bounds
-  std::unique_ptr<Receipt> receipt;   ///< empty where the transport does not ask
+  std::shared_ptr<const void> owner;      ///< of the bytes
+  std::shared_ptr<PayloadBuffer> joined;  ///< in the place of the owner, for a joined payload
+  ByteBudget::Charge charge;         ///< its share of the consumer's bound, empty where the transport bounds
+  std::unique_ptr<Receipt> receipt;  ///< empty where the transport does not ask
+  std::uint64_t messages = 1;        ///< of which it was joined
 };
 
 inline void settle(std::unique_ptr<Receipt>& receipt) noexcept {

@@ -1,8 +1,7 @@
 #include "transports/shared/PayloadSequencer.hpp"
 
-#include <algorithm>
 #include <charconv>
-#include <utility>
+#include <new>
 
 #include "transports/shared/ChunkMark.hpp"
 
@@ -10,92 +9,103 @@ namespace kestrel::streams {
 
 namespace {
 
+constexpr std::size_t mostSpare = std::size_t{64} << 20;
+constexpr std::size_t mostGone = 256;
+
 std::string nameOf(std::uint64_t producer) {
   char buffer[20];
   return "producer " + std::string(buffer, std::to_chars(buffer, buffer + sizeof buffer, producer, 16).ptr);
 }
 
+std::string missingText(std::uint64_t count, std::uint64_t producer) {
+  return std::to_string(count) + " messages of " + nameOf(producer) + " are missing";
+}
+
 }  // namespace
 
 void PayloadSequencer::accept(Frame frame) {
-  if (_nextCheck && frame.arrival >= *_nextCheck) tick(frame.arrival);
+  _latest = frame.arrival;
   if (frame.stamp.version != Stamp::currentVersion) {
     settle(frame.receipt);
-    lose(1, "a message has a stamp of version " + std::to_string(frame.stamp.version) + ", only version " +
-                std::to_string(Stamp::currentVersion) + " is understood");
-    return;
+    return lose(1, "a message has a stamp of version " + std::to_string(frame.stamp.version) +
+                       ", only version " + std::to_string(Stamp::currentVersion) + " is understood");
   }
-  Intake& intake = intakeOf(frame);
-  if (isLate(intake, frame)) return;
-  checkGap(intake, frame.stamp);
-  intake.nextSequence = frame.stamp.sequence + 1;
-  intake.lastArrival = frame.arrival;
-  if (isUnwanted(intake, frame)) return;
-  if (const std::string fault = faultOf(intake, frame); !fault.empty()) {
-    refuse(intake, frame, fault);
-    return;
-  }
-  if (frame.stamp.chunked) noteChunk(intake, frame);
-  _turns.add(std::move(frame));
+  Intake& intake = intakeOf(frame.stamp.producer);
+  if (!follow(intake, frame) || isUnwanted(intake, frame)) return;
+  if (const std::string fault = faultOf(intake, frame); !fault.empty()) return refuse(intake, frame, fault);
+  if (!intake.open) moveTo(_idle, intake);
+  const bool isWhole = !frame.stamp.chunked || (frame.stamp.last && frame.stamp.chunkIndex == 0);
+  if (!isWhole) return join(intake, std::move(frame));
+  if (frame.stamp.chunked && intake.open)
+    giveUp(intake, 0, "a payload of " + nameOf(intake.id) + " was left unfinished");
+  _actions.emplace_back(Deliver{std::move(frame)});
 }
 
 std::optional<PayloadSequencer::Action> PayloadSequencer::next() {
-  if (!_losses.empty()) {
-    std::optional<Action> action{std::move(_losses.front())};
-    _losses.pop_front();
-    return action;
-  }
-  auto entry = _turns.next();
-  if (!entry) return std::nullopt;
-  if (auto* frame = std::get_if<Frame>(&*entry)) return Deliver{std::move(*frame)};
-  return std::get<EndPayload>(*entry);
+  if (_actions.empty()) return std::nullopt;
+  std::optional<Action> action{std::move(_actions.front())};
+  _actions.pop_front();
+  return action;
 }
 
-PayloadSequencer::Intake& PayloadSequencer::intakeOf(const Frame& frame) {
-  const auto found = _producers.find(frame.stamp.producer);
+PayloadSequencer::Intake& PayloadSequencer::intakeOf(std::uint64_t producer) {
+  const auto found = _producers.find(producer);
   if (found != _producers.end()) return found->second;
-  if (_producers.size() >= _limits.producers) makeSpace(frame.arrival);
-  // What this producer sent before this consumer began was not for it, so the first number is no gap.
-  Intake& intake = _producers[frame.stamp.producer];
-  intake.id = frame.stamp.producer;
-  intake.firstSequence = intake.nextSequence = frame.stamp.sequence;
+  if (_producers.size() >= _limits.producers) makeSpace();
+  Intake& intake = _producers[producer];
+  intake.id = producer;
+  intake.order = &_idle;
+  intake.place = _idle.insert(_idle.end(), producer);
   return intake;
 }
 
-void PayloadSequencer::makeSpace(TimePoint now) {
-  const auto removed = std::erase_if(_producers, [&](const auto& item) {
-    return !item.second.open && now - item.second.lastArrival >= _limits.forgetAfter;
-  });
-  if (removed > 0) return;
-  auto oldest = _producers.end();
-  for (auto item = _producers.begin(); item != _producers.end(); ++item) {
-    if (item->second.open) continue;
-    if (oldest == _producers.end() || item->second.lastArrival < oldest->second.lastArrival) oldest = item;
-  }
-  if (oldest != _producers.end()) _producers.erase(oldest);
+void PayloadSequencer::moveTo(Order& order, Intake& intake) {
+  order.splice(order.end(), *intake.order, intake.place);
+  intake.order = &order;
 }
 
-bool PayloadSequencer::isLate(const Intake& intake, Frame& frame) {
-  if (frame.stamp.sequence >= intake.nextSequence) return false;
-  if (frame.stamp.sequence < intake.firstSequence) {
-    settle(frame.receipt);
-    lose(1, "message " + std::to_string(frame.stamp.sequence) + " of " + nameOf(intake.id) +
-                " came after later ones");
-    return true;
-  }
-  // A copy. While its original may still be undelivered, settling the copy could lose both.
-  if (!intake.open && !_turns.hasWaiting(intake.id)) settle(frame.receipt);
-  return true;
+/// Whoever is forgotten may be heard again, and is then not to be taken for one that has just begun.
+void PayloadSequencer::makeSpace() {
+  if (_idle.empty()) return;
+  _producers.erase(_idle.front());
+  _idle.pop_front();
+  if (_begun) _begun = _latest;
 }
 
-void PayloadSequencer::checkGap(Intake& intake, const Stamp& stamp) {
-  const std::uint64_t gap = stamp.sequence - intake.nextSequence;
-  const std::uint64_t missing = gap - std::min<std::uint64_t>(gap, stamp.refusedBefore);
-  if (missing > 0) {
-    giveUp(intake, missing, std::to_string(missing) + " messages of " + nameOf(intake.id) + " are missing");
-  } else if (stamp.abandons) {
-    payloadAbandoned(intake.id);
+/// Looks at the number of a frame; returns whether it is to be delivered.
+bool PayloadSequencer::follow(Intake& intake, Frame& frame) {
+  const Stamp& stamp = frame.stamp;
+  const auto step = intake.numbers.arrived(stamp.sequence, stamp.refusedBefore);
+  const auto message = [&] {
+    return "message " + std::to_string(stamp.sequence) + " of " + nameOf(intake.id);
+  };
+  switch (step.kind) {
+    case SequenceTrack::Kind::next:
+      if (stamp.sequence == 1) intake.beginningKnown = true;
+      if (step.missing > 0) {
+        giveUp(intake, step.missing, missingText(step.missing, intake.id));
+      } else if (stamp.abandons) {
+        payloadAbandoned(intake.id);
+      }
+      return true;
+    case SequenceTrack::Kind::back:
+      giveUp(intake, 0, message() + " came after later ones, which were not its producer's then");
+      return true;
+    case SequenceTrack::Kind::copy:
+      // While the original may still be undelivered, settling the copy could lose both.
+      if (!intake.open) settle(frame.receipt);
+      _actions.emplace_back(Copy{});
+      return false;
+    case SequenceTrack::Kind::early:
+      settle(frame.receipt);
+      lose(1, message() + " came after later ones");
+      return false;
+    case SequenceTrack::Kind::unbelieved:
+      break;
   }
+  settle(frame.receipt);
+  lose(1, message() + " is too far ahead of those before it to be believed");
+  return false;
 }
 
 /// Counts the remaining pieces of a payload that was given up: its loss has been reported.
@@ -114,71 +124,113 @@ std::string PayloadSequencer::faultOf(const Intake& intake, const Frame& frame) 
   if (mark.chunk != frame.stamp.chunked || mark.last != frame.stamp.last) {
     return "the stamp of a message contradicts its attributes";
   }
-  if (_turns.waitingBytes() > _limits.waitingBytes - std::min(frame.size, _limits.waitingBytes) &&
-      _turns.wouldWait(frame.stamp)) {
-    return "more than " + std::to_string(_limits.waitingBytes) +
-           " bytes would wait for the payload in progress";
-  }
   return frame.stamp.chunked ? chunkFaultOf(intake, frame) : std::string();
 }
 
 std::string PayloadSequencer::chunkFaultOf(const Intake& intake, const Frame& frame) const {
   const Stamp& stamp = frame.stamp;
-  const bool continues = intake.open && intake.payload == stamp.payload;
+  const bool continues = intake.open && intake.open->payload() == stamp.payload;
   if (stamp.chunkIndex == 0 && !continues) return {};
   if (!continues) return "the beginning of a payload of " + nameOf(stamp.producer) + " is missing";
-  if (stamp.chunkIndex != intake.nextIndex) {
-    return "piece " + std::to_string(intake.nextIndex) + " of a payload was expected, piece " +
+  if (stamp.chunkIndex != intake.open->nextIndex()) {
+    return "piece " + std::to_string(intake.open->nextIndex()) + " of a payload was expected, piece " +
            std::to_string(stamp.chunkIndex) + " came";
   }
-  if (frame.size > _limits.payloadBytes - std::min(intake.bytes, _limits.payloadBytes)) {
+  if (frame.size > _limits.payloadBytes - intake.open->bytes()) {
     return "a payload exceeds " + std::to_string(_limits.payloadBytes) + " bytes";
   }
   return {};
 }
 
 void PayloadSequencer::refuse(Intake& intake, Frame& frame, const std::string& why) {
-  const std::uint64_t torn = intake.open ? tear(intake) : 0;
+  giveUp(intake, 1, why);
   if (frame.stamp.chunked) intake.dropped = frame.stamp.last ? 0 : frame.stamp.payload;
   settle(frame.receipt);
-  lose(1 + torn, why);
 }
 
-void PayloadSequencer::noteChunk(Intake& intake, const Frame& frame) {
-  const Stamp& stamp = frame.stamp;
+void PayloadSequencer::join(Intake& intake, Frame frame) {
+  const Stamp stamp = frame.stamp;
   if (stamp.chunkIndex == 0) {
     if (intake.open) giveUp(intake, 0, "a payload of " + nameOf(intake.id) + " was left unfinished");
-    intake.payload = stamp.payload;
-    intake.bytes = 0;
+    intake.open.emplace(stamp.payload, std::exchange(_spare, PayloadBuffer()));
+    intake.dropped = 0;
+  } else {
+    _sizes.erase({intake.open->cost(), intake.id});
+    _held -= intake.open->cost();
   }
-  intake.bytes += frame.size;
-  intake.nextIndex = stamp.chunkIndex + 1;
-  intake.lastChunk = frame.arrival;
-  intake.open = !stamp.last;
-  intake.dropped = 0;
-  const TimePoint silent = frame.arrival + _limits.silence;
-  if (intake.open && (!_nextCheck || silent < *_nextCheck)) _nextCheck = silent;
+  bool taken = true;
+  try {
+    intake.open->add(frame);
+  } catch (const std::bad_alloc&) {
+    taken = false;
+  }
+  moveTo(_assembling, intake);
+  _sizes.emplace(intake.open->cost(), intake.id);
+  _held += intake.open->cost();
+  if (!taken)
+    return refuse(
+        intake, frame,
+        "there is no memory for a payload of more than " + std::to_string(intake.open->bytes()) + " bytes");
+  ++_heldMessages;
+  if (!stamp.last) return makeRoom();
+  _actions.emplace_back(Deliver{close(intake).whole()});
+}
+
+void PayloadSequencer::makeRoom() {
+  while (_held > _limits.heldBytes) {
+    const std::uint64_t largest = _sizes.rbegin()->second;
+    giveUp(_producers.at(largest), 0,
+           "unfinished payloads take more than " + std::to_string(_limits.heldBytes) +
+               " bytes, and the largest one, of " + nameOf(largest) + ", is given up");
+  }
 }
 
 void PayloadSequencer::tick(TimePoint now) {
-  if (!_nextCheck || now < *_nextCheck) return;
-  _nextCheck.reset();
-  for (auto& [producer, intake] : _producers) {
-    if (!intake.open) continue;
-    const TimePoint silent = intake.lastChunk + _limits.silence;
-    if (now >= silent) {
-      giveUp(intake, 0, "a payload of " + nameOf(producer) + " fell silent before its end");
-    } else if (!_nextCheck || silent < *_nextCheck) {
-      _nextCheck = silent;
-    }
+  while (!_assembling.empty()) {
+    Intake& intake = _producers.at(_assembling.front());
+    if (now < intake.open->heard() + _limits.silence) return;
+    giveUp(intake, 0, "a payload of " + nameOf(intake.id) + " fell silent before its end");
   }
+}
+
+std::optional<TimePoint> PayloadSequencer::deadline() const {
+  if (_assembling.empty()) return std::nullopt;
+  return _producers.at(_assembling.front()).open->heard() + _limits.silence;
+}
+
+void PayloadSequencer::excuse(Clock::duration time) {
+  for (const std::uint64_t producer : _assembling) _producers.at(producer).open->excuse(time);
+}
+
+void PayloadSequencer::producerReached(std::uint64_t producer, std::uint64_t last,
+                                       std::optional<TimePoint> began) {
+  Intake& intake = intakeOf(producer);
+  const std::uint64_t heardFirst = intake.numbers.first();
+  const auto step = intake.numbers.told(last);
+  if (step.kind == SequenceTrack::Kind::unbelieved) {
+    return lose(0, nameOf(producer) + " is said to have sent more than can be believed");
+  }
+  if (step.missing > 0) giveUp(intake, step.missing, missingText(step.missing, producer));
+  judgeBeginning(intake, heardFirst == 0 ? last : heardFirst - 1, began);
+}
+
+/// A first number above 1 is a gap only if the producer has begun while this consumer was there.
+void PayloadSequencer::judgeBeginning(Intake& intake, std::uint64_t unheard, std::optional<TimePoint> began) {
+  if (intake.beginningKnown) return;
+  intake.beginningKnown = true;
+  if (unheard == 0 || unheard > SequenceTrack::longestJump || !began || !_begun || *began < *_begun) return;
+  lose(unheard, missingText(unheard, intake.id));
 }
 
 void PayloadSequencer::producerVanished(std::uint64_t producer) {
   const auto found = _producers.find(producer);
   if (found == _producers.end()) return;
-  if (found->second.open) giveUp(found->second, 0, nameOf(producer) + " went before the end of its payload");
-  _producers.erase(found);
+  Intake& intake = found->second;
+  if (intake.open) giveUp(intake, 0, nameOf(producer) + " went before the end of its payload");
+  moveTo(_gone, intake);
+  if (_gone.size() <= mostGone) return;
+  _producers.erase(_gone.front());
+  _gone.pop_front();
 }
 
 void PayloadSequencer::payloadAbandoned(std::uint64_t producer) {
@@ -187,40 +239,38 @@ void PayloadSequencer::payloadAbandoned(std::uint64_t producer) {
   giveUp(found->second, 0, nameOf(producer) + " could not send the rest of its payload");
 }
 
-void PayloadSequencer::deliveryFailed(const Stamp& stamp) {
-  if (!stamp.chunked || stamp.last) return;
-  lose(_turns.cutShort(stamp));
-  const auto found = _producers.find(stamp.producer);
-  if (found == _producers.end()) return;
-  Intake& intake = found->second;
-  if (!intake.open || intake.payload != stamp.payload) return;
-  intake.open = false;
-  intake.dropped = stamp.payload;
-}
-
-/// Ends the open payload, if there is one, and reports all that is lost at once.
+/// Drops the unfinished payload, if there is one, and reports all that is lost at once.
 void PayloadSequencer::giveUp(Intake& intake, std::uint64_t lostBefore, const std::string& why) {
-  const std::uint64_t torn = intake.open ? tear(intake) : 0;
-  lose(lostBefore + torn, why);
+  std::uint64_t pieces = 0;
+  if (intake.open) {
+    PayloadAssembly torn = close(intake);
+    torn.settleAll();
+    intake.dropped = torn.payload();
+    pieces = torn.pieces();
+  }
+  lose(lostBefore + pieces, why);
 }
 
-/// Ends the open payload for the receiver, and returns how many of its pieces go undelivered for that.
-std::uint64_t PayloadSequencer::tear(Intake& intake) {
-  intake.open = false;
-  intake.dropped = intake.payload;
-  if (const auto withdrawn = _turns.withdraw(intake.id, intake.payload)) return *withdrawn;
-  Stamp stamp;
-  stamp.producer = intake.id;
-  stamp.payload = intake.payload;
-  stamp.chunkIndex = intake.nextIndex;
-  stamp.chunked = true;
-  _turns.add(EndPayload{stamp});
-  return 0;
+PayloadAssembly PayloadSequencer::close(Intake& intake) {
+  PayloadAssembly closed = std::move(*intake.open);
+  intake.open.reset();
+  _sizes.erase({closed.cost(), intake.id});
+  _held -= closed.cost();
+  _heldMessages -= closed.pieces();
+  moveTo(_idle, intake);
+  return closed;
+}
+
+void PayloadSequencer::recycle(Frame& frame) {
+  if (!frame.joined || frame.joined.use_count() > 1) return;
+  if (frame.joined->capacity() > mostSpare || frame.joined->capacity() <= _spare.capacity()) return;
+  frame.joined->clear();
+  _spare = std::move(*frame.joined);
 }
 
 void PayloadSequencer::lose(std::uint64_t messages, std::string text) {
   if (messages == 0 && text.empty()) return;
-  _losses.push_back(Loss{messages, std::move(text)});
+  _actions.emplace_back(Loss{messages, std::move(text)});
 }
 
 }  // namespace kestrel::streams

@@ -2,18 +2,22 @@
 
 #include <cstdint>
 #include <deque>
+#include <list>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <variant>
 
 #include "transports/shared/Frame.hpp"
-#include "transports/shared/PayloadTurns.hpp"
+#include "transports/shared/PayloadAssembly.hpp"
+#include "transports/shared/SequenceTrack.hpp"
 
 namespace kestrel::streams {
 
-/// Brings the frames of many producers into an order in which the pieces of each payload come without a gap
-/// and without pieces of others between them, and finds payloads that cannot be completed.
+/// Makes whole payloads of the frames of many producers, each producer's on its own, and gives each message
+/// or payload out when it is whole: nobody waits for anybody else. Finds what is missing.
 ///
 /// A plain object without threads or clock: frames, events and times go in, actions are taken out with
 /// next(). Not thread-safe.
@@ -22,78 +26,93 @@ class PayloadSequencer {
   struct Limits {
     Clock::duration silence = std::chrono::seconds(10);  ///< after which an unfinished payload is given up
     std::uint64_t payloadBytes = 2ULL << 30;             ///< most bytes of one payload
-    std::uint64_t waitingBytes = UINT64_MAX;             ///< most bytes of frames that wait for their turn
-    std::size_t producers = 1024;                        ///< past that, idle producers are forgotten
-    Clock::duration forgetAfter = std::chrono::minutes(10);  ///< how long a producer is idle to be so
+    /// Most bytes of all unfinished payloads, with what they cost beside; past it the largest is given up.
+    std::uint64_t heldBytes = (2ULL << 30) + (256ULL << 20);
+    std::size_t producers = 1024;  ///< past that, idle producers are forgotten
   };
 
-  /// Hand the frame to the data callback.
+  /// Hand the message, or the payload joined of its pieces, to the data callback.
   struct Deliver {
     Frame frame;
   };
-  /// Hand over an empty last piece: the payload of which pieces were delivered cannot be completed.
-  using EndPayload = PayloadTurns::EndPayload;
   /// Count messages that were accepted and will not be delivered; report it if there is a text.
   struct Loss {
     std::uint64_t messages = 0;
     std::string text;
   };
-  using Action = std::variant<Deliver, EndPayload, Loss>;
+  /// Count a message that came twice.
+  struct Copy {};
+  using Action = std::variant<Deliver, Loss, Copy>;
 
   PayloadSequencer() : PayloadSequencer(Limits{}) {}
   explicit PayloadSequencer(const Limits& limits) : _limits(limits) {}
 
+  /// From that time on every message of the stream is for this consumer.
+  void begin(TimePoint now) { _begun = now; }
+  /// Frames come in the order of their arrival.
   void accept(Frame frame);
   /// Every frame that arrived before that time has been accepted.
   void tick(TimePoint now);
+  /// Nothing could arrive for that long, so nobody was silent.
+  void excuse(Clock::duration time);
+  /// The producer says how far it has come: the number of the message that it sent last, and when it sent its
+  /// first one, if it told that.
+  void producerReached(std::uint64_t producer, std::uint64_t last, std::optional<TimePoint> began);
   /// The producer has gone; no frame of it will follow.
   void producerVanished(std::uint64_t producer);
   /// The producer has given up the payload that it had begun.
   void payloadAbandoned(std::uint64_t producer);
-  /// The data callback failed on the frame of that stamp, which next() gave last.
-  void deliveryFailed(const Stamp& stamp);
+  /// The data callback is done with the frame, whose memory may serve again.
+  void recycle(Frame& frame);
 
   [[nodiscard]] std::optional<Action> next();
 
   /// When tick() may have something to do, if ever.
-  [[nodiscard]] std::optional<TimePoint> deadline() const { return _nextCheck; }
-  /// The producer of the payload in progress, 0 for none.
-  [[nodiscard]] std::uint64_t activeProducer() const { return _turns.active(); }
+  [[nodiscard]] std::optional<TimePoint> deadline() const;
   [[nodiscard]] std::size_t producersKnown() const { return _producers.size(); }
+  /// How many messages are held for payloads that are not whole.
+  [[nodiscard]] std::uint64_t messagesHeld() const { return _heldMessages; }
 
  private:
+  using Order = std::list<std::uint64_t>;  // of producers
   /// What is known of one producer.
   struct Intake {
     std::uint64_t id = 0;
-    std::uint64_t firstSequence = 0;  // of those that this consumer saw
-    std::uint64_t nextSequence = 0;
-    TimePoint lastArrival;
-    TimePoint lastChunk;
-    std::uint64_t payload = 0;    // the chunked payload that arrives, while open
-    std::uint64_t bytes = 0;      // of it so far
-    std::uint32_t nextIndex = 0;  // of it
-    bool open = false;
-    std::uint64_t dropped = 0;  // the payload whose remaining pieces are not wanted, 0 for none
+    SequenceTrack numbers;
+    bool beginningKnown = false;          // what it sent before its first message that was heard is accounted
+    std::uint64_t dropped = 0;            // the payload whose remaining pieces are not wanted, 0 for none
+    std::optional<PayloadAssembly> open;  // the payload that arrives
+    Order* order = nullptr;               // the one that it stands in
+    Order::iterator place;
   };
 
-  Intake& intakeOf(const Frame& frame);
-  void makeSpace(TimePoint now);
-  bool isLate(const Intake& intake, Frame& frame);
-  void checkGap(Intake& intake, const Stamp& stamp);
+  Intake& intakeOf(std::uint64_t producer);
+  static void moveTo(Order& order, Intake& intake);
+  void makeSpace();
+  void judgeBeginning(Intake& intake, std::uint64_t unheard, std::optional<TimePoint> began);
+  [[nodiscard]] bool follow(Intake& intake, Frame& frame);
+  [[nodiscard]] bool isUnwanted(Intake& intake, Frame& frame);
   [[nodiscard]] std::string faultOf(const Intake& intake, const Frame& frame) const;
   [[nodiscard]] std::string chunkFaultOf(const Intake& intake, const Frame& frame) const;
   void refuse(Intake& intake, Frame& frame, const std::string& why);
-  void noteChunk(Intake& intake, const Frame& frame);
-  bool isUnwanted(Intake& intake, Frame& frame);
+  void join(Intake& intake, Frame frame);
+  void makeRoom();
   void giveUp(Intake& intake, std::uint64_t lostBefore, const std::string& why);
-  std::uint64_t tear(Intake& intake);
+  PayloadAssembly close(Intake& intake);
   void lose(std::uint64_t messages, std::string text = {});
 
   const Limits _limits;
+  std::optional<TimePoint> _begun;  // from when on it is known who has begun
+  TimePoint _latest{};              // arrival
   std::unordered_map<std::uint64_t, Intake> _producers;
-  PayloadTurns _turns;
-  std::deque<Loss> _losses;
-  std::optional<TimePoint> _nextCheck;  // no open payload falls silent before that
+  Order _assembling;  // those with an unfinished payload, the one whose newest piece is the oldest first
+  Order _idle;        // the others, the one heard longest ago first
+  Order _gone;        // and those that have gone, for their news may come twice
+  std::set<std::pair<std::uint64_t, std::uint64_t>> _sizes;  // cost and producer of each unfinished payload
+  std::uint64_t _held = 0;                                   // the sum of those costs
+  std::uint64_t _heldMessages = 0;
+  PayloadBuffer _spare;  // of a payload that was delivered
+  std::deque<Action> _actions;
 };
 
 }  // namespace kestrel::streams

@@ -17,6 +17,7 @@ datastreaming::StreamStatistics StreamCounters::snapshot(const std::string& stre
   result.payloadsReceived = payloadsReceived.load(std::memory_order_relaxed);
   result.refused = refused.load(std::memory_order_relaxed);
   result.lost = lost.load(std::memory_order_relaxed);
+  result.copies = copies.load(std::memory_order_relaxed);
   result.reconnects = reconnects.load(std::memory_order_relaxed);
   const std::lock_guard lock(_mutex);
   result.lastError = _lastError;

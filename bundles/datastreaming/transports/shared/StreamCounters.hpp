@@ -20,6 +20,7 @@ class StreamCounters {
   Counter payloadsReceived{0};
   Counter refused{0};
   Counter lost{0};
+  Counter copies{0};
   Counter reconnects{0};
 
   static void add(Counter& counter, std::uint64_t amount = 1) {

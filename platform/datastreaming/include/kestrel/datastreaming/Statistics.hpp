@@ -16,6 +16,7 @@ struct StreamStatistics {
   std::uint64_t payloadsReceived = 0;  ///< whole payloads handed to data callbacks, chunked or not
   std::uint64_t refused = 0;           ///< messages that send() did not accept
   std::uint64_t lost = 0;              ///< messages that were accepted and not delivered, as far as known
+  std::uint64_t copies = 0;            ///< messages that came again and were not delivered again
   std::uint64_t reconnects = 0;        ///< times the connection behind the stream came back
   std::string lastError;               ///< text of the newest failure, empty if none
 };

@@ -81,4 +81,9 @@ std::unique_ptr<ISendReceiveMessenger> DataStreamMessengerFactory::createSendRec
   return std::make_unique<SendReceiveDataStream>(sendStreamId, receiveStreamId, _streamsFactory, options);
 }
 
+std::vector<kestrel::datastreaming::StreamStatistics> DataStreamMessengerFactory::statistics() const {
+  if (!_streamsFactory) return {};
+  return _streamsFactory->statistics();
+}
+
 }  // namespace remote_connectivity::asyncio::util

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <kestrel/datastreaming/Keys.hpp>
+#include <kestrel/diagnostics/RecordObserver.hpp>
 
 #include "CuttingProxy.hpp"
 #include "NatsFaults.hpp"
@@ -10,6 +11,7 @@ namespace kestrel::streams {
 namespace {
 
 using datastreaming::AttributeMap;
+using datastreaming::ConnectionState;
 using testing::AllOf;
 using testing::HasSubstr;
 
@@ -158,6 +160,32 @@ TEST_F(NatsReconnectTest, WhatCameInBeforeTheConnectionWasLostIsStillDelivered) 
   EXPECT_THAT(errors.waitTexts(2), testing::Contains(HasSubstr("1 messages were dropped")));
 }
 
+TEST_F(NatsReconnectTest, StatisticsSayHowTheConnectionStandsAndThatItIsBackIsNoError) {
+  std::atomic<int> errors = 0;
+  const diagnostics::RecordObserver log([&](const diagnostics::Record& record) {
+    if (record.severity == diagnostics::Severity::error) errors += record.text.ends_with("is back");
+  });
+  Ends ends{factory("live")};
+  const auto connected = ends.statistics();
+  EXPECT_EQ(connected.connection, ConnectionState::connected);
+  EXPECT_GT(connected.connectionSince, std::chrono::system_clock::now() - std::chrono::minutes(10));
+  _server->kill();
+  const auto failsWith = [&](const std::string& why) {
+    return ends.statistics().connectionFailure.find(why) != std::string::npos;
+  };
+  ASSERT_TRUE(eventually("the loss to show", [&] { return failsWith("lost"); }));
+  const auto lost = ends.statistics();
+  ASSERT_TRUE(eventually("an attempt to fail", [&] { return failsWith("No server available"); }));
+  EXPECT_EQ(ends.statistics().connection, ConnectionState::away);
+  EXPECT_EQ(ends.statistics().connectionSince, lost.connectionSince) << "it has been away all the time";
+  _server->start();
+  ASSERT_TRUE(comesBack(ends));
+  EXPECT_EQ(ends.statistics().connection, ConnectionState::connected);
+  EXPECT_EQ(ends.statistics().connectionFailure, "");
+  EXPECT_GT(ends.statistics().connectionSince, lost.connectionSince);
+  EXPECT_EQ(errors, 0);
+}
+
 TEST_F(NatsReconnectTest, ConnectionIsClosedForGoodAfterItsAttemptsAndTheNextStreamGetsANewOne) {
   Inbox inbox, errors;
   Ends ends{factory("live", "&wsMaxReconnAttempts=2")};
@@ -169,6 +197,8 @@ TEST_F(NatsReconnectTest, ConnectionIsClosedForGoodAfterItsAttemptsAndTheNextStr
   EXPECT_THAT(errors.waitTexts(1)[0],
               AllOf(HasSubstr("no more messages will come"), HasSubstr("No server available")));
   EXPECT_THAT(outcomeOf(sendText(*ends.producer, "late")), HasSubstr("closed for good"));
+  EXPECT_EQ(ends.statistics().connection, ConnectionState::closed);
+  EXPECT_THAT(ends.statistics().connectionFailure, HasSubstr("No server available"));
   _server->start();
   Ends again{ends.factory, ends.factory->getStream("again", {})};
   again.startConsumer(inbox.callback());

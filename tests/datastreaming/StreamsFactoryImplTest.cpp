@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 
+#include "TransportSuite.hpp"
 #include "transports/memory/MemoryTransport.hpp"
 
 namespace kestrel::streams {
@@ -81,6 +82,30 @@ TEST(StreamsFactoryImpl, CountsANamedStreamOnceAndEachAnonymousOneForItself) {
   std::vector<std::string> ids;
   for (const auto& entry : factory.statistics()) ids.push_back(entry.streamId);
   EXPECT_THAT(ids, testing::ElementsAre("b", "", "a", ""));
+}
+
+TEST(StreamsFactoryImpl, SumsUpStreamsThatEndedLongAgoAndLosesNothingOfThem) {
+  StreamsFactoryImpl factory;
+  const auto use = [&](const std::string& id) {
+    const auto stream = factory.getStream(id, {});
+    const auto producer = factory.createProducer(stream, {});
+    producer->start().get();
+    sendText(*producer, "12345");
+    return stream;
+  };
+  constexpr std::uint64_t streams = 10 * OpenedStreams::keptEnded;
+  const auto held = use("held");
+  for (std::uint64_t i = 2; i <= streams; ++i) (void)use(i % 2 ? std::to_string(i) : "");
+  const auto entries = factory.statistics();
+  EXPECT_LE(entries.size(), 2 * OpenedStreams::keptEnded + 2);
+  EXPECT_EQ(entries.front().streamId, "held") << "it has not ended";
+  EXPECT_EQ(entries[entries.size() - 2].streamId, "") << "the newest is the last of its own";
+  std::uint64_t bytes = 0;
+  for (const auto& entry : entries) bytes += entry.bytesSent;
+  EXPECT_EQ(bytes, 5 * streams);
+  EXPECT_EQ(entries.back().endedStreams, streams - (entries.size() - 1));
+  (void)use("3");
+  EXPECT_EQ(factory.statistics().end()[-2].messagesSent, 1U) << "what was summed up begins anew";
 }
 
 }  // namespace

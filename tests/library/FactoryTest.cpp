@@ -97,6 +97,7 @@ TEST_F(FactoryTest, BuffersByDefaultAndPassesTheCallersOptionsOnUnread) {
   const auto buffered = creator.createSendReceiveMessenger("a", "b");
   EXPECT_EQ(log.count("starting periodic work with interval: 20"), 1);
   EXPECT_THROW((void)creator.createSendReceiveMessenger("a", "b", {{"masgSizeRate", 1}}), std::bad_any_cast);
+  EXPECT_EQ(factory->statistics().size(), 3U) << "what the service says";
   factory.reset();
   plain->send(DataStruct(number(1)));
   EXPECT_EQ(streams->sent().size(), 1U) << "messengers may outlive their factory";
@@ -113,6 +114,7 @@ TEST(Factory, FailsWhereThereAreNoBundles) {
 TEST(Factory, IsMadeWithoutAFrameworkButItsMessengersAreNot) {
   DataStreamMessengerFactory factory("token", "");
   EXPECT_THROW((void)factory.createSendReceiveMessenger("a", "b", {}), std::runtime_error);
+  EXPECT_THAT(factory.statistics(), IsEmpty());
 }
 
 }  // namespace library_test

@@ -70,7 +70,9 @@ class FakeStreams : public ds::StreamsFactory {
     onStep("createConsumer");
     return consumer = std::make_shared<End>(*this, stream->id());
   }
-  std::vector<ds::StreamStatistics> statistics() const override { return {}; }
+  std::vector<ds::StreamStatistics> statistics() const override {
+    return std::vector<ds::StreamStatistics>(3);
+  }
 
   /// Hands one message to the newest consumer on this thread.
   void deliver(const Bytes& bytes, ds::AttributeMap attributes) {

@@ -35,9 +35,10 @@ void StreamsFactoryImpl::configure(const datastreaming::ConfigurationMap& config
 std::shared_ptr<datastreaming::Stream> StreamsFactoryImpl::getStream(const std::string& id,
                                                                      const datastreaming::AttributeMap&) {
   const std::lock_guard lock(_mutex);
-  const auto context = contextOf(id);
+  auto context = _opened.find(id);
+  if (!context) context = std::make_shared<StreamContext>(id, _reporter);
   auto stream = std::make_shared<StreamImpl>(context, transport()->open(context));
-  remember(context);
+  _opened.add(context);
   return stream;
 }
 
@@ -59,32 +60,13 @@ std::shared_ptr<datastreaming::Consumer> StreamsFactoryImpl::createConsumer(
 }
 
 std::vector<datastreaming::StreamStatistics> StreamsFactoryImpl::statistics() const {
-  std::vector<std::shared_ptr<StreamContext>> opened;
-  {
-    const std::lock_guard lock(_mutex);
-    opened = _opened;
-  }
-  std::vector<datastreaming::StreamStatistics> result;
-  result.reserve(opened.size());
-  for (const auto& context : opened) result.push_back(context->counters.snapshot(context->id));
-  return result;
-}
-
-/// A named stream that is opened again counts on where it was.
-std::shared_ptr<StreamContext> StreamsFactoryImpl::contextOf(const std::string& id) const {
-  const auto known = _named.find(id);
-  if (known != _named.end()) return known->second;
-  return std::make_shared<StreamContext>(id, _reporter);
+  const std::lock_guard lock(_mutex);
+  return _opened.statistics();
 }
 
 std::shared_ptr<Transport> StreamsFactoryImpl::transport() {
   if (!_transport) _transport = _makeTransport(_settings);
   return _transport;
-}
-
-void StreamsFactoryImpl::remember(const std::shared_ptr<StreamContext>& context) {
-  if (!context->id.empty() && !_named.emplace(context->id, context).second) return;
-  _opened.push_back(context);
 }
 
 }  // namespace kestrel::streams

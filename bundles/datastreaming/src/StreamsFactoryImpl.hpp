@@ -4,9 +4,9 @@
 #include <kestrel/datastreaming/StreamsFactory.hpp>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 #include <vector>
 
+#include "src/OpenedStreams.hpp"
 #include "transports/shared/Transport.hpp"
 
 namespace kestrel::streams {
@@ -29,9 +29,7 @@ class StreamsFactoryImpl final : public datastreaming::StreamsFactory {
   [[nodiscard]] std::vector<datastreaming::StreamStatistics> statistics() const override;
 
  private:
-  std::shared_ptr<StreamContext> contextOf(const std::string& id) const;
   std::shared_ptr<Transport> transport();
-  void remember(const std::shared_ptr<StreamContext>& context);
 
   const TransportMaker _makeTransport;
   const std::shared_ptr<ErrorReporter> _reporter;
@@ -39,9 +37,8 @@ class StreamsFactoryImpl final : public datastreaming::StreamsFactory {
   mutable std::mutex _mutex;
   // Guarded by _mutex.
   ServiceSettings _settings;
-  std::shared_ptr<Transport> _transport;                // for the settings in force, made when needed
-  std::vector<std::shared_ptr<StreamContext>> _opened;  // in the order of opening
-  std::unordered_map<std::string, std::shared_ptr<StreamContext>> _named;
+  std::shared_ptr<Transport> _transport;  // for the settings in force, made when needed
+  OpenedStreams _opened;
 };
 
 }  // namespace kestrel::streams

@@ -33,6 +33,7 @@ class MemoryLink final : public StreamLink {
 std::shared_ptr<StreamLink> MemoryTransport::open(std::shared_ptr<StreamContext> context) {
   auto stream = _streams.open(context->id);
   stream->openedBy(context);
+  context->counters.setConnection(nullptr);
   return std::make_shared<MemoryLink>(std::move(context), std::move(stream), _limits);
 }
 

@@ -61,6 +61,7 @@ NatsConnection::~NatsConnection() {
   drain(lastFlush);
   _keeper.request_stop();
   if (_keeper.joinable()) _keeper.join();
+  _standing->closed("the connection was closed");
   _outbox.close("the connection was closed");
   if (_session) _session->loop().stop();  // whose thread uses the outbox
   _inbox.close("the connection was closed");
@@ -77,6 +78,7 @@ void NatsConnection::use(const std::shared_ptr<NatsSession>& session) {
   _maxPayload = session->maxPayload();
   _outbox.open(session);
   _current = session->number();
+  _standing->connected();
 }
 
 void NatsConnection::keepUp(const std::stop_token& stop) {
@@ -89,7 +91,7 @@ void NatsConnection::keepUp(const std::stop_token& stop) {
       return;
     }
   } catch (const std::exception& error) {  // nothing is left to reconnect with
-    noteFailure(error.what());
+    _standing->away(error.what());
     closeForGood();
   }
 }
@@ -98,7 +100,7 @@ void NatsConnection::giveUpSession() {
   const auto lost = session();
   _current = 0;
   const std::string fault = lost->failure();
-  noteFailure(fault.empty() ? "the connection was lost" : "the connection was lost: " + fault);
+  _standing->away(fault.empty() ? "the connection was lost" : "the connection was lost: " + fault);
   _outbox.suspend(lastFailure());
   lost->loop().stop();
   logError("lost the connection to " + _endpoint.shown + (fault.empty() ? "" : ": " + fault));
@@ -123,12 +125,11 @@ bool NatsConnection::attempt(const std::stop_token& stop) {
   } catch (const std::exception& error) {
     if (session) session->loop().stop();
     if (error.what() != lastFailure()) logError(error.what());
-    noteFailure(error.what());
+    _standing->away(error.what());
     _outbox.suspend(error.what());
     return false;
   }
-  logError("the connection to " + _endpoint.shown + " is back");
-  countReconnect();
+  logSetup("the connection to " + _endpoint.shown + " is back");
   for (const auto& watcher : watchers()) watcher->reconnected();
   return true;
 }
@@ -137,6 +138,7 @@ void NatsConnection::closeForGood() {
   const std::string why = "the connection to " + _endpoint.shown + " is closed for good: " + lastFailure();
   logError(why);
   _closed = true;
+  _standing->closed(lastFailure());
   _outbox.close(why);
   for (const auto& subscription : subscriptions()) subscription->close();
   for (const auto& watcher : watchers()) watcher->closed(why);
@@ -175,16 +177,6 @@ void NatsConnection::drain(std::chrono::milliseconds most) {
     std::this_thread::sleep_for(drainSlice);
 }
 
-std::string NatsConnection::lastFailure() const {
-  const std::lock_guard lock(_mutex);
-  return _lastFailure;
-}
-
-void NatsConnection::noteFailure(const std::string& why) {
-  const std::lock_guard lock(_mutex);
-  _lastFailure = why;
-}
-
 void NatsConnection::watch(const std::shared_ptr<ConnectionWatcher>& watcher) {
   const std::lock_guard lock(_mutex);
   add(_watchers, watcher);
@@ -198,19 +190,6 @@ std::shared_ptr<EchoBook> NatsConnection::echoes() {
   add<ConnectionWatcher>(_watchers, book);
   _echoes = std::move(book);
   return _echoes;
-}
-
-void NatsConnection::countReconnectsOn(const std::shared_ptr<StreamContext>& context) {
-  const std::lock_guard lock(_mutex);
-  std::erase_if(_contexts, [&](const auto& known) { return known.expired() || known.lock() == context; });
-  _contexts.push_back(context);
-}
-
-void NatsConnection::countReconnect() {
-  const std::lock_guard lock(_mutex);
-  for (const auto& known : _contexts) {
-    if (const auto context = known.lock()) StreamCounters::add(context->counters.reconnects);
-  }
 }
 
 std::vector<std::shared_ptr<Subscription>> NatsConnection::subscriptions() const {

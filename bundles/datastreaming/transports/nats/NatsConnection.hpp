@@ -16,7 +16,7 @@
 #include "transports/nats/Outbox.hpp"
 #include "transports/nats/ReplyInbox.hpp"
 #include "transports/nats/Subscription.hpp"
-#include "transports/shared/StreamContext.hpp"
+#include "transports/shared/ConnectionStanding.hpp"
 
 namespace kestrel::streams {
 
@@ -53,14 +53,14 @@ class NatsConnection {
   /// Whether no session will follow.
   [[nodiscard]] bool closed() const { return _closed; }
   /// Why the newest session was lost, or could not be made.
-  [[nodiscard]] std::string lastFailure() const;
+  [[nodiscard]] std::string lastFailure() const { return _standing->lastFailure(); }
   /// The largest message, headers included, that the server takes, or took last.
   [[nodiscard]] std::uint64_t maxPayload() const { return _maxPayload; }
 
   /// The watcher is told until it is destroyed.
   void watch(const std::shared_ptr<ConnectionWatcher>& watcher);
-  /// Reconnects are counted on that stream, once however often it is given.
-  void countReconnectsOn(const std::shared_ptr<StreamContext>& context);
+  /// How it stands, for those who may outlive it.
+  [[nodiscard]] std::shared_ptr<const ConnectionStanding> standing() const { return _standing; }
 
  private:
   explicit NatsConnection(const NatsEndpoint& endpoint) : _endpoint(endpoint) {}
@@ -71,14 +71,13 @@ class NatsConnection {
   void giveUpSession();
   [[nodiscard]] bool reconnect(const std::stop_token& stop);
   [[nodiscard]] bool attempt(const std::stop_token& stop);
-  void countReconnect();
   void closeForGood();
 
   [[nodiscard]] std::vector<std::shared_ptr<Subscription>> subscriptions() const;
-  void noteFailure(const std::string& why);
   [[nodiscard]] std::vector<std::shared_ptr<ConnectionWatcher>> watchers() const;
 
   const NatsEndpoint _endpoint;
+  const std::shared_ptr<ConnectionStanding> _standing = std::make_shared<ConnectionStanding>();
   const std::shared_ptr<LossSignal> _signal = std::make_shared<LossSignal>();
   Outbox _outbox;
   ReplyInbox _inbox;
@@ -93,10 +92,8 @@ class NatsConnection {
   // Guarded by _mutex.
   std::shared_ptr<NatsSession> _session;
   std::vector<std::weak_ptr<Subscription>> _subscriptions;
-  std::string _lastFailure;
   std::shared_ptr<EchoBook> _echoes;  // made when first asked for
   std::vector<std::weak_ptr<ConnectionWatcher>> _watchers;
-  std::vector<std::weak_ptr<StreamContext>> _contexts;
 
   std::jthread _keeper;
 };

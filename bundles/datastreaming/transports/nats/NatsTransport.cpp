@@ -57,7 +57,7 @@ class DurableLink final : public StreamLink {
 
 std::shared_ptr<StreamLink> NatsTransport::open(std::shared_ptr<StreamContext> context) {
   auto shared = connection();
-  shared->countReconnectsOn(context);
+  context->counters.setConnection(shared->standing());
   if (_endpoint.delivery == NatsEndpoint::Delivery::durable) {
     return std::make_shared<DurableLink>(std::move(context), std::move(shared));
   }

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <kestrel/datastreaming/Statistics.hpp>
+
+#include <vector>
+
 #include "remote_connectivity/asyncio/util/IMessengerFactory.hpp"
 
 namespace kestrel::datastreaming {
@@ -42,6 +46,12 @@ class REMOTE_CONNECTIVITY_EXPORT DataStreamMessengerFactory : public IMessengerF
   [[nodiscard]] std::unique_ptr<ISendReceiveMessenger> createSendReceiveMessenger(
       std::string sendStreamId, std::string receiveStreamId,
       const std::unordered_map<std::string, std::any>& options) override;
+
+  /// What each stream of this factory's messengers has carried and lost, and how the connection behind it
+  /// stands, in the order of opening; the service sums up streams that ended long ago in one last entry.
+  /// Empty where the host has no service. May be called from any thread, and waits while a messenger is
+  /// connecting.
+  [[nodiscard]] std::vector<kestrel::datastreaming::StreamStatistics> statistics() const;
 
  private:
   std::shared_ptr<kestrel::datastreaming::StreamsFactory> _streamsFactory;  // set by the constructor only

@@ -31,13 +31,27 @@ class HandlerSlot {
     return _handler;
   }
 
-  /// The handler as soon as one is set; what there is once the deadline has passed or release() was called.
-  [[nodiscard]] std::shared_ptr<const Handler> waitFor(std::chrono::steady_clock::time_point deadline) const {
+  /// The handler as soon as one is set; what there is once the time given up at has come or release() was
+  /// called. Until giveUpAt() has been called it waits however long it takes.
+  [[nodiscard]] std::shared_ptr<const Handler> awaited() const {
     std::unique_lock lock(_mutex);
-    if (!*_handler && !_released) {
-      _changed.wait_until(lock, deadline, [this] { return *_handler || _released; });
+    while (!*_handler && !_released && Clock::now() < _giveUpAt) {
+      if (_giveUpAt == Clock::time_point::max()) {
+        _changed.wait(lock);
+      } else {
+        _changed.wait_until(lock, _giveUpAt);
+      }
     }
     return _handler;
+  }
+
+  /// Sets the time at which waits end, also those that are under way.
+  void giveUpAt(std::chrono::steady_clock::time_point time) {
+    {
+      const std::lock_guard lock(_mutex);
+      _giveUpAt = time;
+    }
+    _changed.notify_all();
   }
 
   /// Ends every wait, now and later.
@@ -50,9 +64,12 @@ class HandlerSlot {
   }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   mutable std::mutex _mutex;  // guards the members below
   mutable std::condition_variable _changed;
   std::shared_ptr<const Handler> _handler = std::make_shared<const Handler>();
+  Clock::time_point _giveUpAt = Clock::time_point::max();
   bool _released = false;
 };
 

@@ -111,11 +111,13 @@ void SendReceiveDataStream::createConsumer(const std::string& streamId) {
   _consumer->setDataCallback([this, gate = _gate](const std::uint8_t* data, std::uint64_t size,
                                                   const std::string& messageId, AttributeMap& attributes) {
     const auto pass = gate->enter();
-    if (pass) receive(data, size, messageId, attributes);
+    return pass ? receive(data, size, messageId, attributes) : Handling::notTaken;
   });
   _consumer->setErrorCallback(errorCallback("Consumer", *_consumerErrorHandler.get()));
-  _handlerDeadline = std::chrono::steady_clock::now() + _timing.handlerGrace;
   _consumer->start().get();
+  const auto graceEnds = std::chrono::steady_clock::now() + _timing.handlerGrace;
+  _receiveHandler.giveUpAt(graceEnds);
+  _requestHandler.giveUpAt(graceEnds);
 }
 
 std::unique_ptr<ReceiveDataHelper> SendReceiveDataStream::makeReceiveHelper() {

@@ -1,38 +1,94 @@
 // How a messenger takes incoming messages apart and passes them on. All of it runs on the delivery thread.
 #include <exception>
+#include <functional>
+#include <new>
+#include <system_error>
 #include <utility>
+#include <variant>
 
 #include "MessengerLog.hpp"
 #include "SendReceiveDataStream.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
-/// Runs one step of receiving and returns whether it succeeded. A failure loses the message that it belongs
+using kestrel::datastreaming::Handling;
+
+namespace {
+
+/// A message has come that nobody is set to receive.
+class NoReceiveHandler : public std::bad_function_call {};
+
+bool morePiecesFollow(const AttributeMap& attributes) {
+  const auto found = attributes.find(kestrel::datastreaming::MessageAttributes::UnCompressedSize);
+  const auto* size = found == attributes.end() ? nullptr : std::get_if<long>(&found->second);
+  return size != nullptr && *size > 0;
+}
+
+}  // namespace
+
+/// Runs one step of receiving and returns whether it succeeded. A failure costs the message that it belongs
 /// to and nothing else.
 template <class Step>
-bool SendReceiveDataStream::guarded(Step&& step) const noexcept {
+bool SendReceiveDataStream::guarded(Step&& step) noexcept {
   try {
     step();
     return true;
   } catch (...) {
+    _reception.outcome = outcomeOf(std::current_exception());
     messengerLog().log(Severity::error, "A message from stream ", _receiveStreamId,
                        " was not processed: ", textOf(std::current_exception()));
     return false;
   }
 }
 
-void SendReceiveDataStream::receive(const std::uint8_t* data, std::uint64_t size,
-                                    const std::string& messageId, AttributeMap& attributes) noexcept {
+/// A message that no handler has seen may come again if the fault was not its own.
+Handling SendReceiveDataStream::outcomeOf(const std::exception_ptr& error) const noexcept {
+  if (_reception.handedOver) return Handling::failed;
+  try {
+    std::rethrow_exception(error);
+  } catch (const NoReceiveHandler&) {
+    return Handling::notTaken;
+  } catch (const std::bad_alloc&) {
+    return Handling::notTaken;
+  } catch (const std::system_error&) {  // of a lock
+    return Handling::notTaken;
+  } catch (...) {
+    return Handling::failed;
+  }
+}
+
+Handling SendReceiveDataStream::receive(const std::uint8_t* data, std::uint64_t size,
+                                        const std::string& messageId, AttributeMap& attributes) noexcept {
   _deliveryThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
-  const bool taken = guarded([&] { _receiveHelper->assembleAndProcess(data, size, messageId, attributes); });
-  // A chunk that it chokes on may have left bytes behind, which would spoil the next payload.
-  if (!taken) guarded([&] { _receiveHelper = makeReceiveHelper(); });
+  _reception.outcome =
+      Handling::done;  // stands for a piece that is kept; of whole messages process() says it
+  _reception.handedOver = false;
+  _reception.isPiece = false;
+  const bool kept = guarded([&] {
+    _reception.isPiece = _receiveHelper->isChunkAssembleNeeded(attributes);
+    _receiveHelper->assembleAndProcess(data, size, messageId, attributes);
+  });
+  if (!kept && _reception.isPiece) dropPieces(morePiecesFollow(attributes));
   _deliveryThread.store({}, std::memory_order_relaxed);
+  return _reception.outcome;
+}
+
+/// The helper may hold some of what it choked on, which would spoil the next payload. If the payload may come
+/// again, the rest of it must not be taken for all of it.
+void SendReceiveDataStream::dropPieces(bool moreFollow) noexcept {
+  const Handling outcome = _reception.outcome;
+  const bool dropped = guarded([&] { _receiveHelper = makeReceiveHelper(); });
+  _reception.torn = moreFollow && (outcome == Handling::notTaken || !dropped);
+  _reception.outcome = outcome;
 }
 
 /// Guarded on its own: if an exception passed the receive helper, it would keep the bytes of the payload.
 void SendReceiveDataStream::process(const std::uint8_t* data, std::uint64_t size,
                                     AttributeMap&& attributes) noexcept {
+  if (_reception.isPiece && std::exchange(_reception.torn, false)) {
+    _reception.outcome = Handling::notTaken;
+    return;
+  }
   guarded([&] { processIncomingMessage(data, size, std::move(attributes)); });
 }
 
@@ -55,13 +111,29 @@ void SendReceiveDataStream::processIncomingMessage(const std::uint8_t* data, std
       }
       break;
     case Incoming::Kind::send:
-      (*_receiveHandler.waitFor(_handlerDeadline))(incoming.message);
+      handOver(incoming.message);
       break;
   }
 }
 
+void SendReceiveDataStream::handOver(const DataStruct& message) {
+  const auto handler = _receiveHandler.awaited();
+  if (!*handler && _gate->closed()) {
+    _reception.outcome = Handling::notTaken;
+    return;
+  }
+  if (!*handler) throw NoReceiveHandler();
+  _reception.handedOver = true;
+  (*handler)(message);
+}
+
 void SendReceiveDataStream::serveRequest(const kestreldata::Array& uuid, const DataStruct& request) {
-  const auto handler = _requestHandler.waitFor(_handlerDeadline);
+  const auto handler = _requestHandler.awaited();
+  if (!*handler && _gate->closed()) {
+    _reception.outcome = Handling::notTaken;
+    return;
+  }
+  _reception.handedOver = true;  // without a handler too: the peer gets an answer, or a failure costs it
   if (!*handler) {
     privateSend(_envelopes.emptyResponse(uuid), {});
     return;

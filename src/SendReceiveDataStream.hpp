@@ -65,6 +65,16 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   [[nodiscard]] std::size_t pendingRequests() const { return _requests.size(); }
 
  private:
+  using Handling = kestrel::datastreaming::Handling;
+
+  /// What the delivery thread knows of the message that it brings.
+  struct Reception {
+    Handling outcome = Handling::done;
+    bool handedOver = false;  ///< a handler may have seen it
+    bool isPiece = false;     ///< of a payload
+    bool torn = false;        ///< an earlier piece of the payload in progress is missing
+  };
+
   // Making the two ends.
   std::shared_ptr<SendPath> createProducer(const std::string& streamId);
   void createProducerBuffer(SendPath& path);
@@ -80,12 +90,15 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   std::shared_ptr<SendPath> lateSendPath();
 
   // Receiving, on the delivery thread.
-  void receive(const std::uint8_t* data, std::uint64_t size, const std::string& messageId,
-               AttributeMap& attributes) noexcept;
+  Handling receive(const std::uint8_t* data, std::uint64_t size, const std::string& messageId,
+                   AttributeMap& attributes) noexcept;
+  void dropPieces(bool moreFollow) noexcept;
   void process(const std::uint8_t* data, std::uint64_t size, AttributeMap&& attributes) noexcept;
   template <class Step>
-  bool guarded(Step&& step) const noexcept;
+  bool guarded(Step&& step) noexcept;
+  Handling outcomeOf(const std::exception_ptr& error) const noexcept;
   void processIncomingMessage(const std::uint8_t* data, std::size_t size, AttributeMap&& attributes);
+  void handOver(const DataStruct& message);
   void serveRequest(const kestreldata::Array& uuid, const DataStruct& request);
   bool waitForResult(const std::shared_future<DataStruct>& future) const;
   void shutDown() noexcept;
@@ -108,8 +121,8 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   const Options _options;
   std::mutex _sendPathMutex;
   std::mutex _createProducerMutex;  // held while a producer is made; comes before _sendPathMutex
-  std::chrono::steady_clock::time_point _handlerDeadline;  // set before the consumer starts
-  std::atomic<std::thread::id> _deliveryThread{};          // the thread inside a handler, if any
+  Reception _reception;             // used by the delivery thread only
+  std::atomic<std::thread::id> _deliveryThread{};  // the thread inside a handler, if any
   std::shared_ptr<kestrel::callbacks::CallbackGate> _gate =
       std::make_shared<kestrel::callbacks::CallbackGate>();
 };

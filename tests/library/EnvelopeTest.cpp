@@ -27,7 +27,7 @@ class EnvelopeTest : public MessengerTest {
   }
   /// Bytes that were left behind would spoil this message, a chunk.
   void expectTheNextChunkToArriveWhole() {
-    deliver(row({text("send"), number(5), text("next")}), lastChunk);
+    EXPECT_EQ(deliver(row({text("send"), number(5), text("next")}), lastChunk), Handling::done);
     expectOneMessage("next", {{"UNCOMPRESSEDSIZE", 0L}});
   }
 
@@ -45,7 +45,7 @@ class Malformed : public EnvelopeTest, public testing::WithParamInterface<Malfor
 
 TEST_P(Malformed, MessageIsLoggedAndAloneLost) {
   const auto pending = messenger->asyncRequest(DataStruct(number(1)));
-  streams->deliver(GetParam().bytes, GetParam().attributes);
+  EXPECT_EQ(streams->deliver(GetParam().bytes, GetParam().attributes), Handling::failed);
   EXPECT_THAT(logged(Severity::error), ElementsAre(HasSubstr(GetParam().error)));
   EXPECT_THAT(received, IsEmpty());
   EXPECT_EQ(streams->sent().size(), 1U) << "it was answered";
@@ -90,14 +90,40 @@ INSTANTIATE_TEST_SUITE_P(Bytes, Malformed,
 TEST_F(EnvelopeTest, LosesOnlyTheMessageWhoseHandlerFails) {
   messenger->setRequestHandler(
       [](const DataStruct&) -> DataStruct { throw std::runtime_error("no answer"); });
-  messenger->setReceiveHandler([](const DataStruct&) { throw 1; });
-  deliver(row({chars("request"), id, number(5), none}), lastChunk);
-  deliver(plainMessage, lastChunk);
+  messenger->setReceiveHandler([](const DataStruct&) { throw std::bad_alloc(); });
+  EXPECT_EQ(deliver(row({chars("request"), id, number(5), none}), lastChunk), Handling::failed);
+  EXPECT_EQ(deliver(plainMessage, lastChunk), Handling::failed) << "its handler has seen it";
   EXPECT_THAT(streams->sent(), IsEmpty());
   EXPECT_THAT(logged(Severity::error), ElementsAre(HasSubstr("no answer"), testing::_));
   SetUp();
   expectTheNextChunkToArriveWhole();
 }
+
+const AttributeMap piece{{"COMPRESSIONTYPE", std::string("chunk")}, {"UNCOMPRESSEDSIZE", 1L}};
+
+TEST_F(EnvelopeTest, KeepsThePiecesOfAPayloadWhenAMessageWithAWrongMarkComesBetween) {
+  const Bytes whole = encoded(row({text("send"), number(5), text("whole")}));
+  const Bytes head(whole.begin(), whole.begin() + 3), tail(whole.begin() + 3, whole.end());
+  EXPECT_EQ(streams->deliver(head, piece), Handling::done);
+  EXPECT_EQ(streams->deliver({1}, {{"COMPRESSIONTYPE", 1L}}), Handling::failed);
+  EXPECT_EQ(streams->deliver(tail, lastChunk), Handling::done);
+  expectOneMessage("whole", {{"UNCOMPRESSEDSIZE", 0L}});
+}
+
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)  // they end the process instead
+TEST_F(EnvelopeTest, LeavesAPayloadWhosePieceFindsNoMemory) {
+  AttributeMap attributes = piece;
+  EXPECT_EQ(streams->deliver(Bytes(10), piece), Handling::done);
+  EXPECT_EQ(streams->consumer->data(nullptr, std::uint64_t{1} << 62, "huge", attributes), Handling::notTaken);
+  (void)streams->deliver(Bytes(10), piece);
+  EXPECT_EQ(deliver(row({text("send"), number(5), text("the rest")}), lastChunk), Handling::notTaken);
+  EXPECT_THAT(received, IsEmpty());
+  EXPECT_THAT(logged(Severity::error), ElementsAre(HasSubstr(std::bad_alloc().what())));
+  attributes = lastChunk;
+  EXPECT_EQ(streams->consumer->data(nullptr, std::uint64_t{1} << 62, "huge", attributes), Handling::notTaken);
+  expectTheNextChunkToArriveWhole();
+}
+#endif
 
 TEST_F(EnvelopeTest, TakesThreeCellsUnderEveryOtherLabelForAMessage) {
   for (const Array& label : {text("send"), chars("send"), chars("anything")}) {
@@ -124,7 +150,7 @@ TEST_F(EnvelopeTest, AnswersARequestByAColumnWithTheUuidAsItCame) {
 
 TEST_F(MessengerTest, AnswersWithEmptyDataWhereNobodyHandlesRequests) {
   const auto messenger = make({}, {.handlerGrace = 0ms});
-  deliver(row({chars("request"), id, number(5), text("the id")}), attributes);
+  EXPECT_EQ(deliver(row({chars("request"), id, number(5), text("the id")}), attributes), Handling::done);
   const SentMessage answer = streams->sent().back();
   EXPECT_EQ(decoded(answer.bytes), column({text("requestResponse"), id, Array(), none}))
       << "the label is a string here, characters elsewhere";

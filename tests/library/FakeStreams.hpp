@@ -75,8 +75,8 @@ class FakeStreams : public ds::StreamsFactory {
   }
 
   /// Hands one message to the newest consumer on this thread.
-  void deliver(const Bytes& bytes, ds::AttributeMap attributes) {
-    consumer->data(bytes.data(), bytes.size(), "message-1", attributes);
+  ds::Handling deliver(const Bytes& bytes, ds::AttributeMap attributes) {
+    return consumer->data(bytes.data(), bytes.size(), "message-1", attributes);
   }
   std::vector<SentMessage> sent() const {
     const std::lock_guard lock(_mutex);

@@ -137,8 +137,8 @@ TEST_F(LifecycleTest, KeepsEarlyMessagesForAHandlerThatIsSetAfterwards) {
 TEST_F(LifecycleTest, WaitsAQuarterOfASecondForAHandlerAndNoLonger) {
   const auto untilGivenUp = timeOf([&] {
     const auto messenger = make();
-    EXPECT_LT(timeOf([&] { deliver(plainMessage); }), 10s);
-    EXPECT_LT(timeOf([&] { deliver(plainMessage); }), 200ms) << "the grace is over";
+    EXPECT_EQ(deliver(plainMessage), Handling::notTaken);
+    EXPECT_EQ(deliver(plainMessage), Handling::notTaken);
   });
   EXPECT_GE(untilGivenUp, 250ms);
   const auto failure = HasSubstr(std::bad_function_call().what());
@@ -161,8 +161,34 @@ TEST_F(LifecycleTest, WaitsForTheHandlerInFlightWhenItIsDestroyedAndLetsNoneInAf
   destroyed.get();
   EXPECT_EQ(left, 1);
   delivery.join();
-  deliver(plainMessage);
+  EXPECT_EQ(deliver(plainMessage), Handling::notTaken);
   EXPECT_EQ(left, 1);
+}
+
+TEST_F(LifecycleTest, LeavesMessagesThatWaitForAHandlerToTheNextConsumer) {
+  const Array request = row({chars("request"), chars("uuid"), number(1), text("")});
+  for (const Array& message : {plainMessage, request}) {
+    log.clear();
+    auto messenger = make({}, {.handlerGrace = patience});
+    auto delivered = std::async(std::launch::async, [&] { return deliver(message); });
+    ASSERT_TRUE(soonLogs("received message on consumer in"));
+    messenger.reset();
+    EXPECT_EQ(delivered.get(), Handling::notTaken);
+    EXPECT_THAT(logged(Severity::error), IsEmpty()) << "it is not lost";
+  }
+  EXPECT_THAT(streams->sent(), IsEmpty()) << "the next consumer answers";
+}
+
+TEST_F(LifecycleTest, GivesEarlyMessagesTheirTimeFromWhenTheConsumerHasStarted) {
+  std::future<Handling> early;
+  streams->onStep = [&](const std::string& step) {
+    if (step != "startConsumer") return;
+    early = std::async(std::launch::async, [&] { return deliver(plainMessage); });
+    EXPECT_EQ(early.wait_for(100ms), std::future_status::timeout)
+        << "given up before there could be a handler";
+  };
+  const auto messenger = make({}, {.handlerGrace = 0ms});
+  EXPECT_EQ(early.get(), Handling::notTaken);
 }
 
 TEST_F(LifecycleTest, EndsTheProcessWhenAHandlerDestroysItsMessenger) {

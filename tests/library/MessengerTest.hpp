@@ -6,6 +6,7 @@
 
 namespace library_test {
 
+using ds::Handling;
 using Options = SendReceiveDataStream::Options;
 
 /// A messenger over a fake service; the test is its peer: it sends on "out" and receives from "in".
@@ -15,8 +16,8 @@ class MessengerTest : public testing::Test {
                                               const std::string& sendStreamId = "out") {
     return std::make_unique<SendReceiveDataStream>(sendStreamId, "in", streams, options, timing);
   }
-  void deliver(const Array& envelope, const AttributeMap& attributes = {}) {
-    streams->deliver(encoded(envelope), attributes);
+  ds::Handling deliver(const Array& envelope, const AttributeMap& attributes = {}) {
+    return streams->deliver(encoded(envelope), attributes);
   }
   Lines logged(Severity severity) const { return log.texts("asyncio::util", severity); }
   testing::AssertionResult soonLogs(const std::string& part) const {

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <ctime>
 #include <fstream>
@@ -72,22 +73,73 @@ TEST_F(NatsFaultsTest, TimeWithoutTrafficIsNoSilenceOfThePayloadBehindIt) {
   EXPECT_EQ(inbox.waitTexts(3), std::vector<std::string>(3, "abcdefgh"));
 }
 
-TEST_F(NatsFaultsTest, MessagesOfOtherProgramsAreDroppedAndReported) {
+class NatsStrangerTest : public NatsFaultsTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(NatsStrangerTest, MessagesOfOtherProgramsArePassedOverCountedAndReportedNowAndThen) {
+  const std::string delivery = GetParam();
   Inbox inbox, errors;
-  Ends ends{factory("live")};
+  Ends ends{factory(delivery)};
   ends.startConsumer(inbox.callback(), [&](const std::exception& error) {
     errors.add({error.what(), "", {}});
   });
-  Stranger stranger(*_server);
-  for (const char* status : {static_cast<const char*>(nullptr), "503", "100"}) {
-    stranger.publish("kestrel.live.faults", status);
-  }
-  errors.wait(3);
   ends.startProducer();
+  Stranger stranger(*_server);
+  const std::array statuses{"503", "503", "100", "404", "408", "409", "503", "abc"};
+  stranger.publish("kestrel." + delivery + ".faults", {});
+  for (const char* status : statuses)
+    stranger.publish("kestrel." + delivery + ".faults", {{"Status", status}});
   (void)sendText(*ends.producer, "ours");
   EXPECT_EQ(inbox.waitTexts(1)[0], "ours");
-  EXPECT_EQ(ends.statistics().lost, 3U);
+  EXPECT_EQ(ends.statistics().lost, statuses.size() + 1);
+  EXPECT_THAT(errors.waitTexts(1), testing::ElementsAre(HasSubstr("without a valid stamp")));
+  ends.consumer.reset();
+  if (delivery == "durable") {
+    EXPECT_EQ(stranger.stored("KESTREL_faults"), 0U) << "they would come again";
+  }
 }
+
+TEST_F(NatsFaultsTest, NothingThatAPeerNamesIsPublishedTo) {
+  Inbox inbox;
+  Ends ends{factory("durable")};
+  ends.startConsumer(inbox.callback());
+  ends.startProducer();
+  Stranger stranger(*_server);
+  stranger.makeStore("OTHERS");
+  const std::string removal = "$JS.API.STREAM.DELETE.OTHERS";  // which needs no more than an empty message
+  const std::string delivery = stranger.readerOf("KESTREL_faults").inbox;
+  stranger.publish(delivery, {{"Status", "100"}}, removal);
+  stranger.publish(delivery, {{"Status", "100"}, {"Nats-Consumer-Stalled", removal}});
+  stranger.publish(delivery, {}, removal);
+  ASSERT_TRUE(eventually("them to be counted", [&] { return ends.statistics().lost == 3; }));
+  (void)sendText(*ends.producer, "ours");
+  EXPECT_EQ(inbox.waitTexts(1)[0], "ours");
+  ends.consumer.reset();
+  EXPECT_EQ(stranger.stored("OTHERS"), 0U) << "the question fails if it is gone";
+}
+
+TEST_F(NatsFaultsTest, ReadersThatDoNotLastAreReplacedMoreAndMoreSlowly) {
+  Inbox inbox;
+  Ends ends{factory("durable")};
+  ends.startConsumer(inbox.callback());
+  ends.startProducer();
+  Stranger stranger(*_server);
+  const auto begun = std::chrono::steady_clock::now();
+  for (int setback = 1; setback <= 5; ++setback) {
+    const auto reader = stranger.readerOf("KESTREL_faults");
+    const auto replaced = [&] {
+      stranger.publish(reader.inbox, {{"Status", "100"}, {"Nats-Last-Consumer", "77"}});
+      const auto present = stranger.readerOf("KESTREL_faults");
+      return !present.inbox.empty() && present.created != reader.created;
+    };
+    ASSERT_TRUE(eventually("another reader", replaced));
+  }
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(50 + 100 + 200 + 400));
+  (void)sendText(*ends.producer, "ours");
+  EXPECT_EQ(inbox.waitTexts(1)[0], "ours");
+}
+
+INSTANTIATE_TEST_SUITE_P(Nats, NatsStrangerTest, testing::Values("live", "durable"),
+                         [](const auto& info) { return std::string(info.param); });
 
 TEST_F(NatsFaultsTest, DurableStreamGoesOnInANewStoreWhenItsOwnIsRemoved) {
   Inbox inbox, errors;

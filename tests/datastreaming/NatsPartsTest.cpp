@@ -10,6 +10,7 @@
 #include "transports/nats/MessageHeaders.hpp"
 #include "transports/nats/NatsEndpoint.hpp"
 #include "transports/nats/PublishLedger.hpp"
+#include "transports/nats/ReaderSubjects.hpp"
 #include "transports/nats/Resequencer.hpp"
 #include "transports/nats/StoreReply.hpp"
 #include "transports/nats/SubjectNames.hpp"
@@ -150,15 +151,32 @@ TEST(DurablePositionTest, WhatComesAgainIsDeliveredOnceAndAcknowledgedWhereItWas
   EXPECT_EQ(position.arrived(8, "b8").expired, 3U);
 }
 
-TEST(DurablePositionTest, DeliveryNumbersAreReadFromBothFormsOfTheReplySubject) {
+TEST(ReaderSubjectsTest, OnlyWhatBelongsToThisReaderIsAnswered) {
+  const ReaderSubjects subjects(SubjectNames("a"));
   for (const char* reply : {"$JS.ACK.KESTREL_a.kestrel.1.70.9.1795387144016166356.2",
-                            "$JS.ACK.hub.acc.KESTREL_a.kestrel.1.70.9.1795387144016166356.2.x"}) {
-    const auto numbers = readDeliveryNumbers(reply);
+                            "$JS.ACK.hub.acc.KESTREL_a.kestrel.1.70.9.1795387144016166356.2",
+                            "$JS.ACK._.acc.KESTREL_a.kestrel.1.70.9.1795387144016166356.2.xYz"}) {
+    const auto numbers = subjects.readDelivery(reply);
     ASSERT_TRUE(numbers) << reply;
     EXPECT_EQ(numbers->stored, 70U);
     EXPECT_EQ(numbers->count, 9U);
+    EXPECT_FALSE(subjects.isFlowControl(reply));
   }
-  EXPECT_FALSE(readDeliveryNumbers("_INBOX.x"));
+  EXPECT_TRUE(subjects.readDelivery(subjects.acknowledgement({70, 9})));
+  EXPECT_TRUE(subjects.isFlowControl("$JS.FC.KESTREL_a.kestrel.YsEw"));
+  EXPECT_TRUE(subjects.isFlowControl("$JS.FC.hub.acc.KESTREL_a.kestrel.YsEw"));
+  for (const char* foreign :
+       {"", "_INBOX.x", "$JS.API.STREAM.DELETE.KESTREL_a", "$JS.FC.KESTREL_b.kestrel.YsEw",
+        "$JS.FC.KESTREL_a.other.YsEw", "$JS.FC.KESTREL_a.kestrel", "$JS.FC.KESTREL_a.kestrel.a.b.c.d.e.f",
+        "$JS.FC.KESTREL_a.kestrel.>", "$JS.FC.KESTREL_a.kestrel.*", "$JS.FC.KESTREL_a.kestrel.a b",
+        "$JS.ACK.KESTREL_b.kestrel.1.70.9.1.2", "$JS.ACK.KESTREL_a.other.1.70.9.1.2",
+        "$JS.ACK.KESTREL_a.kestrel.1.70.9.1", "$JS.ACK.KESTREL_a.kestrel.1.70.x9.1.2",
+        "$JS.ACK.KESTREL_a.kestrel.1.70.9.1.*", "$JS.ACK.KESTREL_a.kestrel.1.70.9.1.2.3",
+        "$JS.ACK.a.>.KESTREL_a.kestrel.1.70.9.1.2",
+        "$JS.ACK.KESTREL_a.kestrel.1.70.99999999999999999999.1.2"}) {
+    EXPECT_FALSE(subjects.readDelivery(foreign)) << foreign;
+    EXPECT_FALSE(subjects.isFlowControl(foreign)) << foreign;
+  }
 }
 
 class PublishLedgerTest : public testing::Test {

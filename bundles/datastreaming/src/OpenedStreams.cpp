@@ -22,6 +22,7 @@ void addTo(StreamStatistics& sum, const StreamStatistics& part) {
   sum.payloadsReceived += part.payloadsReceived;
   sum.refused += part.refused;
   sum.lost += part.lost;
+  sum.copies += part.copies;
   sum.reconnects += part.reconnects;
   if (!part.lastError.empty()) sum.lastError = part.lastError;
   ++sum.endedStreams;

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 
 namespace kestrel::streams {
@@ -33,13 +32,5 @@ class DurablePosition {
   std::uint64_t _quietUpTo = 0;
   std::map<std::uint64_t, std::string> _open;  // delivered and not settled yet
 };
-
-/// What the reply subject of a stored message says: "$JS.ACK.store.reader.deliveries.number.count.time.left",
-/// or the longer form with domain and account in front of the store.
-struct DeliveryNumbers {
-  std::uint64_t stored = 0;  ///< its number in the store
-  std::uint64_t count = 0;   ///< counts what this reader was sent
-};
-[[nodiscard]] std::optional<DeliveryNumbers> readDeliveryNumbers(const std::string& reply);
 
 }  // namespace kestrel::streams

@@ -4,7 +4,9 @@
 #include <cstring>
 #include <utility>
 
+#include "transports/nats/Backoff.hpp"
 #include "transports/nats/OutgoingMessage.hpp"
+#include "transports/shared/Log.hpp"
 
 namespace kestrel::streams {
 
@@ -14,7 +16,8 @@ constexpr std::chrono::milliseconds slice{250};  // how soon a reconnect is noti
 constexpr std::chrono::milliseconds handover{1500};
 constexpr std::chrono::milliseconds confirmTime{1000};
 const std::string acknowledgement = "+ACK";
-constexpr std::chrono::milliseconds pause{500};      // between attempts to attach
+constexpr std::chrono::milliseconds pause{100};  // before the second attempt to attach; it grows
+constexpr std::chrono::seconds longLife{5};      // of a reader; after shorter ones the pauses go on growing
 constexpr std::chrono::seconds heartbeatsMissed{4};  // the server sends one a second
 
 PayloadSequencer::Limits durableLimits(const NatsEndpoint& endpoint) {
@@ -56,6 +59,7 @@ DurableReceiver::DurableReceiver(std::shared_ptr<StreamContext> context,
                                  std::shared_ptr<NatsConnection> connection, SubjectNames names)
     : NatsReceiver(std::move(context), connection, durableLimits(connection->endpoint())),
       _store(connection, std::move(names)),
+      _subjects(_store.names()),
       _order(connection->endpoint().retry) {}
 
 /// An earlier consumer, of this process or of one that was killed, may be about to be noticed as gone, and a
@@ -114,9 +118,10 @@ void DurableReceiver::attach(bool first) {
   _store.restart(session, delivering);
   replaceSubscription(std::move(subscription));
   _count = 0;
+  _reached = 0;
   _attached = true;
   _complained = false;
-  _heard = Clock::now();
+  _since = _heard = Clock::now();
 }
 
 void DurableReceiver::reportExpired(const DurableStore::Claim& claim) {
@@ -150,7 +155,7 @@ bool DurableReceiver::keepAttached() {
   const std::uint64_t session = _connection->currentSession();
   const bool connected = session != 0;
   const bool silent = connected && now - _heard > heartbeatsMissed;
-  if (_attached && (silent || _session != session)) _attached = false;
+  if (_attached && (silent || _session != session)) detach();
   passTime(_attached && connected);
   if (_attached && connected) return true;
   if (!connected || now < _nextAttempt) {
@@ -163,10 +168,18 @@ bool DurableReceiver::keepAttached() {
     if (!_complained)
       _errors->report(std::string("the stream cannot be read, trying again: ") + error.what());
     _complained = true;
-    _nextAttempt = Clock::now() + pause;
+    _nextAttempt = Clock::now() + backoff(pause, ++_setbacks);
     _heard = Clock::now();
   }
   return _attached;
+}
+
+/// A reader that does not last may have met something that the next one meets again.
+void DurableReceiver::detach() {
+  _attached = false;
+  const auto now = Clock::now();
+  _setbacks = now - _since < longLife ? _setbacks + 1 : 0;
+  if (_setbacks > 1) _nextAttempt = now + backoff(pause, _setbacks - 1);
 }
 
 void DurableReceiver::receive() {
@@ -176,10 +189,13 @@ void DurableReceiver::receive() {
   beginTurn(waitingIn(*_subscription));
   if (status == NATS_OK) {
     take(std::move(message));
+  } else if (status == NATS_NO_RESPONDERS) {
+    takeUnshown();
   } else if (status == NATS_TIMEOUT) {
     _order.tick(Clock::now());
+    (void)reportRefused();
   } else if (!stopped()) {
-    _attached = false;  // dropped by the client, or the connection is about to be closed
+    detach();  // dropped by the client, or the connection is about to be closed
   }
   while (auto incoming = _order.next()) deliver(std::move(*incoming));
   endTurn();
@@ -187,20 +203,32 @@ void DurableReceiver::receive() {
 }
 
 void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
-  const char* status = nullptr;
-  if (natsMsg_GetDataLength(message.get()) == 0 &&
-      natsMsgHeader_Get(message.get(), "Status", &status) == NATS_OK) {
-    return takeSignal(message.get(), status);
+  const char* const raw = natsMsg_GetReply(message.get());
+  const std::string reply = raw == nullptr ? "" : raw;
+  const auto numbers = _subjects.readDelivery(reply);
+  if (!numbers) return takeSignal(message.get());
+  takeStored(*numbers, reply, identify(std::move(message)));
+}
+
+/// The client keeps an empty message with the status 503 for itself, whoever has sent it. One that is stored
+/// has to be acknowledged all the same, or it comes again and again.
+void DurableReceiver::takeUnshown() {
+  try {
+    const auto number = _store.unshownAfter(_connection->session(), _reached);
+    if (!number) return refuse({});
+    const DeliveryNumbers numbers{*number, _count + 1};
+    takeStored(numbers, _subjects.acknowledgement(numbers), {});
+  } catch (const std::exception& error) {
+    logError(std::string("a message without content could not be looked at: ") + error.what());
+    detach();
   }
-  const char* reply = natsMsg_GetReply(message.get());
-  const auto numbers = reply != nullptr ? readDeliveryNumbers(reply) : std::nullopt;
-  if (!numbers) return;
-  if (numbers->count != ++_count) {  // something on the way to us was dropped
-    _attached = false;
-    return;
-  }
-  auto incoming = identify(std::move(message));  // which keeps what reply points to
-  const auto arrival = _position.arrived(numbers->stored, reply);
+}
+
+void DurableReceiver::takeStored(const DeliveryNumbers& numbers, const std::string& reply,
+                                 Incoming incoming) {
+  if (numbers.count != ++_count) return detach();  // something on the way to us was dropped
+  _reached = numbers.stored;
+  const auto arrival = _position.arrived(numbers.stored, reply);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.
     _order.giveUpGaps();
@@ -209,7 +237,7 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
   }
   if (arrival.settled) acknowledge(reply);
   if (!arrival.fresh) return;
-  incoming.receipt = std::make_unique<Settlement>(weak_from_this(), numbers->stored);
+  incoming.receipt = std::make_unique<Settlement>(weak_from_this(), numbers.stored);
   putInOrder(std::move(incoming));
 }
 
@@ -228,20 +256,21 @@ void DurableReceiver::putInOrder(Incoming incoming) {
   }
 }
 
-void DurableReceiver::takeSignal(natsMsg* message, const char* status) {
-  if (std::strcmp(status, "100") != 0) return;
-  // Everything before the request has been handled, so the server may send more.
-  if (const char* reply = natsMsg_GetReply(message); reply != nullptr) {
-    (void)_connection->outbox().post({makeSignal(reply), 256, 0, nullptr, 0});
-    return;
-  }
+void DurableReceiver::takeSignal(natsMsg* message) {
   const char* text = nullptr;
-  if (natsMsgHeader_Get(message, "Nats-Consumer-Stalled", &text) == NATS_OK) {
-    (void)_connection->outbox().post({makeSignal(text), 256, 0, nullptr, 0});
-  }
-  if (natsMsgHeader_Get(message, "Nats-Last-Consumer", &text) == NATS_OK && std::to_string(_count) != text) {
-    _attached = false;
-  }
+  if (natsMsg_GetDataLength(message) > 0 || natsMsgHeader_Get(message, "Status", &text) != NATS_OK ||
+      std::strcmp(text, "100") != 0)
+    return refuse({});
+  // Everything before the request has been handled, so the server may send more.
+  if (const char* reply = natsMsg_GetReply(message); reply != nullptr) return resume(reply);
+  if (natsMsgHeader_Get(message, "Nats-Consumer-Stalled", &text) == NATS_OK) resume(text);
+  if (natsMsgHeader_Get(message, "Nats-Last-Consumer", &text) == NATS_OK && std::to_string(_count) != text)
+    detach();
+}
+
+void DurableReceiver::resume(const std::string& subject) {
+  if (!_subjects.isFlowControl(subject)) return refuse({});
+  (void)_connection->outbox().post({makeSignal(subject), 256, 0, nullptr, 0});
 }
 
 void DurableReceiver::settled(std::uint64_t number) {

@@ -6,6 +6,7 @@
 #include "transports/nats/DurablePosition.hpp"
 #include "transports/nats/DurableStore.hpp"
 #include "transports/nats/NatsReceiver.hpp"
+#include "transports/nats/ReaderSubjects.hpp"
 #include "transports/nats/Resequencer.hpp"
 
 namespace kestrel::streams {
@@ -33,13 +34,18 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   bool keepAttached();
   void receive();
   void take(std::shared_ptr<natsMsg> message);
+  void takeUnshown();
+  void takeStored(const DeliveryNumbers& numbers, const std::string& reply, Incoming incoming);
   void putInOrder(Incoming incoming);
-  void takeSignal(natsMsg* message, const char* status);
+  void takeSignal(natsMsg* message);
+  void resume(const std::string& subject);
+  void detach();
   void acknowledge(const std::string& subject);
   void confirmAcknowledgements();
   void settled(std::uint64_t number);
 
   const DurableStore _store;
+  const ReaderSubjects _subjects;
   std::mutex _mutex;
   std::shared_ptr<natsSubscription> _waitedFor;  // what interrupt() ends; guarded by _mutex
 
@@ -51,7 +57,10 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   Resequencer<Incoming> _order;
   std::string _lastAcknowledged;  // where the newest acknowledgement went
   std::uint64_t _count = 0;       // of what this reader was sent
+  std::uint64_t _reached = 0;     // the highest number of that
   bool _attached = false;
+  TimePoint _since{};        // when it was attached last
+  int _setbacks = 0;         // in a row: attempts that failed, and readers that did not last
   bool _complained = false;  // about not being able to attach
   TimePoint _heard{};        // when anything came last
   TimePoint _nextAttempt{};

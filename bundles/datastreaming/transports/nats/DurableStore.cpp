@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "transports/nats/StoreReply.hpp"
+
 namespace kestrel::streams {
 
 namespace {
@@ -145,6 +147,34 @@ void DurableStore::restart(const std::shared_ptr<NatsSession>& session, const st
   }
   const std::uint64_t first = state(js.get()).first;
   addReader(js.get(), deliverTo, first == 0 ? 0 : first - 1);
+}
+
+/// The lowest number from that one on that is stored; 0 if there is none.
+std::uint64_t DurableStore::firstStored(const NatsSession& session, std::uint64_t from) const {
+  const std::string subject = "$JS.API.STREAM.MSG.GET." + _names.store;
+  const std::string request =
+      R"({"seq":)" + std::to_string(from) + R"(,"next_by_subj":")" + _names.durable + R"("})";
+  natsMsg* raw = nullptr;
+  const natsStatus status =
+      natsConnection_RequestString(&raw, session.handle(), subject.c_str(), request.c_str(), waitMs);
+  const NatsMessage reply(raw);
+  if (status != NATS_OK) fail(*_connection, "reading the store " + _names.store, status);
+  return readStoreReply(reply.get()).sequence;
+}
+
+std::optional<std::uint64_t> DurableStore::unshownAfter(const std::shared_ptr<NatsSession>& session,
+                                                        std::uint64_t number) const {
+  const std::uint64_t next = firstStored(*session, number + 1);
+  if (next == 0) return std::nullopt;
+  const auto js = contextOf(*session);
+  natsMsg* raw = nullptr;
+  jsErrCode error{};
+  const natsStatus status = js_GetMsg(&raw, js.get(), _names.store.c_str(), next, nullptr, &error);
+  const NatsMessage message(raw);
+  if (status != NATS_OK && error != JSNoMessageFoundErr) {
+    fail(*_connection, "reading the store " + _names.store, status);
+  }
+  return message && natsMsg_IsNoResponders(message.get()) ? std::optional(next) : std::nullopt;
 }
 
 }  // namespace kestrel::streams

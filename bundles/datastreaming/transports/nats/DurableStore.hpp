@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -42,12 +43,18 @@ class DurableStore {
   /// Begins again, on that subject, with everything unacknowledged. Only after claim().
   void restart(const std::shared_ptr<NatsSession>& session, const std::string& deliverTo) const;
 
+  /// The lowest number above that one that is stored, if the message is one that the client does not show:
+  /// empty, with the status 503.
+  [[nodiscard]] std::optional<std::uint64_t> unshownAfter(const std::shared_ptr<NatsSession>& session,
+                                                          std::uint64_t number) const;
+
  private:
   struct State {
     std::uint64_t first = 0;   // the lowest number that is stored
     std::int64_t created = 0;  // when it was made
   };
   [[nodiscard]] State state(jsCtx* js) const;
+  [[nodiscard]] std::uint64_t firstStored(const NatsSession& session, std::uint64_t from) const;
   void addReader(jsCtx* js, const std::string& deliverTo, std::uint64_t startsAfter) const;
 
   const std::shared_ptr<NatsConnection> _connection;

@@ -29,7 +29,8 @@ void LiveReceiver::interrupt() {
 void LiveReceiver::run() {
   while (!stopped()) {
     natsMsg* raw = nullptr;
-    const natsStatus status = _subscription->next(&raw, waitFor(_pipeline->deadline() ? slice : longest));
+    const auto most = reportRefused() ? Throttle::interval : longest;
+    const natsStatus status = _subscription->next(&raw, waitFor(_pipeline->deadline() ? slice : most));
     auto message = share(raw);
     passTime(_connection->currentSession() != 0);
     beginTurn(_subscription->waiting());

@@ -78,10 +78,18 @@ void NatsReceiver::deliverEvent(const ProducerEvent& event) {
 
 void NatsReceiver::refuse(Incoming incoming) {
   StreamCounters::add(_context->counters.lost);
-  _errors->report(
-      "a message without a valid stamp and attributes was dropped; only programs of this library may publish "
-      "on its subjects");
+  _refused.add();
+  (void)reportRefused();
   settle(incoming.receipt);
+}
+
+bool NatsReceiver::reportRefused() {
+  if (const auto count = _refused.due(Clock::now()); count > 0) {
+    _errors->report(std::to_string(count) +
+                    " messages without a valid stamp and attributes were dropped; only programs of this "
+                    "library may publish on its subjects");
+  }
+  return _refused.pending();
 }
 
 std::chrono::milliseconds NatsReceiver::waitFor(std::chrono::milliseconds most) const {

@@ -8,6 +8,7 @@
 #include "transports/nats/ArrivalClock.hpp"
 #include "transports/nats/MessageHeaders.hpp"
 #include "transports/nats/NatsConnection.hpp"
+#include "transports/nats/Throttle.hpp"
 #include "transports/shared/DeliveryPipeline.hpp"
 
 namespace kestrel::streams {
@@ -57,8 +58,10 @@ class NatsReceiver {
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
   void deliver(Incoming incoming);
 
-  /// Drops what comes from no producer of ours, and reports it.
+  /// Drops what comes from no producer of ours, and counts it.
   void refuse(Incoming incoming);
+  /// Reports what was refused, now and then; again later if it says so.
+  [[nodiscard]] bool reportRefused();
 
   [[nodiscard]] bool stopped() const { return _stopped; }
   /// How long to wait for a message, at most that long.
@@ -69,6 +72,7 @@ class NatsReceiver {
   const std::shared_ptr<NatsConnection> _connection;
   const std::shared_ptr<ErrorOutlet> _errors;
   const std::shared_ptr<DeliveryPipeline> _pipeline;
+  Throttle _refused;  // the delivery thread's own
 
  private:
   void deliverEvent(const ProducerEvent& event);

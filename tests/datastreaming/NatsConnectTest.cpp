@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <thread>
 
 #include "Loopback.hpp"
-#include "NatsCases.hpp"
+#include "NatsFaults.hpp"
 
 namespace kestrel::streams {
 namespace {
@@ -63,7 +64,11 @@ TEST_F(NatsConnectTest, WrongOrMissingTokenIsToldWithoutShowingIt) {
                     Not(HasSubstr(secret))));
   EXPECT_THAT(failureOf(server.url()), AllOf(HasSubstr("TokenNotFound"), HasSubstr(server.address())));
   const std::string inUrl = "nats://user:" + secret + "-not@" + server.address();
-  EXPECT_THAT(failureOf(inUrl), AllOf(HasSubstr(server.address()), Not(HasSubstr(secret))));
+  EXPECT_THAT(failureOf(inUrl),
+              AllOf(HasSubstr("user or password"), HasSubstr(server.address()), Not(HasSubstr(secret))));
+  EXPECT_EQ(failureOf("nats://" + secret + "@" + server.address()), "opened");
+  EXPECT_THAT(failureOf(secret + ":" + secret + "@" + server.address()),
+              AllOf(HasSubstr("nats:"), Not(HasSubstr(secret))));
 }
 
 TEST_F(NatsConnectTest, ServerThatIsNotThereOrStrangeIsToldWithinSeconds) {
@@ -83,6 +88,33 @@ TEST_F(NatsConnectTest, AnyServerOfTheListWillDo) {
   const NatsServer server;
   const StrangeServer closing(true);
   EXPECT_EQ(failureOf("nats://" + closing.address() + "," + server.address()), "opened");
+}
+
+constexpr const char* rights = R"(
+  authorization { users: [
+    { user: alice, password: a, permissions: {
+        publish: ["kestrel.>", "_in.alice.>", "$JS.API.STREAM.CREATE.*", "$JS.API.STREAM.UPDATE.*",
+                  "$JS.API.STREAM.INFO.*", "$JS.API.STREAM.MSG.GET.*", "$JS.API.CONSUMER.INFO.*.kestrel",
+                  "$JS.API.CONSUMER.DURABLE.CREATE.*.kestrel", "$JS.API.CONSUMER.DELETE.*.kestrel",
+                  "$JS.ACK.*.kestrel.>", "$JS.FC.*.kestrel.>"],
+        subscribe: ["kestrel.>", "_in.alice.>"] } } ] }
+)";
+
+TEST_F(NatsConnectTest, InboxPrefixAndTheDocumentedRightsSufficeForAnAccount) {
+  const NatsServer server({.more = rights});
+  for (const std::string delivery : {"live", "durable"}) {
+    Inbox inbox;
+    Ends ends{
+        natsFactory("nats://alice:a@" + server.address() + "?inbox_prefix=_in.alice&delivery=" + delivery)};
+    ends.startConsumer(inbox.callback());
+    ends.startProducer("YES");
+    for (int i = 0; i < 40; ++i) (void)sendText(*ends.producer, std::string(500'000, 'x'));
+    EXPECT_EQ(outcomeOf(sendText(*ends.producer, "last")), "accepted");
+    EXPECT_EQ(inbox.waitTexts(41).back(), "last");
+    ends.consumer.reset();
+    ends.startConsumer(inbox.callback());
+  }
+  EXPECT_THAT(server.log(), Not(HasSubstr("Violation")));
 }
 
 TEST_F(NatsConnectTest, DurableStreamNeedsJetStream) {
@@ -116,7 +148,14 @@ TEST_F(NatsTlsTest, TrustedCertificateForTheAddressIsAccepted) {
   EXPECT_THAT(failureOf(_server->url()),
               AllOf(HasSubstr("ConnectionError"), HasSubstr(_server->address()), HasSubstr("SSL")))
       << "the system does not trust it";
-  EXPECT_THAT(failureOf("nats://" + _server->address()), HasSubstr(_server->address()));
+  EXPECT_THAT(failureOf("nats://" + _server->address()),
+              AllOf(HasSubstr("ConnectionError"), HasSubstr(_server->address()), HasSubstr("use tls://"),
+                    Not(HasSubstr("SSL"))));
+  EXPECT_THAT(failureOf("tls://" + _folder->address()), HasSubstr("use nats://"));
+  ::setenv("SSL_CERT_FILE", _certificate->file.c_str(), 1);
+  EXPECT_EQ(failureOf(_server->url()), "opened") << "now the system trusts it";
+  EXPECT_THAT(failureOf("nats://" + _server->address()), HasSubstr("use tls://"));
+  ::unsetenv("SSL_CERT_FILE");
 }
 
 TEST_F(NatsTlsTest, CertificateMustCarryTheExpectedName) {

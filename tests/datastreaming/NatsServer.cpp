@@ -71,6 +71,7 @@ void NatsServer::writeConfiguration() {
   out << "listen: 127.0.0.1:" << _port << "\nports_file_dir: '" << _directory.string() << "'\nlogfile: '"
       << (_directory / "log").string() << "'\n";
   if (options.store) out << "jetstream { store_dir: '" << (_directory / "store").string() << "' }\n";
+  out << options.more << "\n";
   if (options.maxPayload > 0) out << "max_payload: " << options.maxPayload << "\n";
   if (!options.token.empty()) out << "authorization { token: '" << options.token << "' }\n";
   if (!options.certificate.empty()) {

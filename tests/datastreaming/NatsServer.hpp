@@ -19,6 +19,7 @@ class NatsServer {
     std::string key{};
     long maxPayload = 0;  ///< 0: the server's default
     bool store = true;    ///< JetStream
+    std::string more{};   ///< further lines of the configuration
   };
 
   /// Why no server can be started here; empty if one can.

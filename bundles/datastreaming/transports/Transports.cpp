@@ -51,10 +51,9 @@ std::shared_ptr<Transport> makeTransport(const ServiceSettings& settings) {
   for (const Entry& entry : entries) {
     if (scheme == entry.scheme) return entry.make(settings);
   }
-  // Only the scheme: the rest of an endpoint may hold a password.
+  // Nothing of it is repeated: what could not be read may be a password.
   throw std::runtime_error("the endpoint of the data-streaming service must begin with one of " +
-                           knownSchemes() + " but it " +
-                           (scheme.empty() ? "has no scheme" : "begins with " + scheme + ":"));
+                           knownSchemes());
 }
 
 }  // namespace kestrel::streams

@@ -89,9 +89,9 @@ void DurablePublisher::replied(std::uint64_t number, natsMsg* reply) {
   if (done && done->stored) done->stored->set_value(std::to_string(answer.sequence));
 }
 
-void DurablePublisher::unreceived() {
+bool DurablePublisher::unreceived() {
   const std::lock_guard lock(_mutex);
-  _ledger.suspend("no server holds the stream's store at the moment", Clock::now());
+  return _ledger.suspend("no server holds the stream's store at the moment", Clock::now());
 }
 
 bool DurablePublisher::beat() {

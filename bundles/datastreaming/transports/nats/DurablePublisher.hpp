@@ -33,7 +33,7 @@ class DurablePublisher final : public ReplySink, public ConnectionWatcher {
   void retire() { _retired = true; }
 
   void replied(std::uint64_t number, natsMsg* reply) override;
-  void unreceived() override;
+  bool unreceived() override;
   bool beat() override;
   [[nodiscard]] bool idle() override;
   void abandon(const std::string& why) override;

@@ -103,7 +103,7 @@ void DurableReceiver::attach(bool first) {
   _session = session->number();
   replaceSubscription(nullptr);  // while it exists the server counts us as the active reader
   confirmAcknowledgements();
-  const std::string claiming = makeInbox();
+  const std::string claiming = _connection->makeInbox();
   const auto holder = subscribe(session, claiming);
   const auto claim = _store.claim(session, claiming);
   if (first) {
@@ -113,7 +113,7 @@ void DurableReceiver::attach(bool first) {
   }
   _created = claim.created;
   // What came to the first subject may have been sent before; the second one begins at the beginning.
-  const std::string delivering = makeInbox();
+  const std::string delivering = _connection->makeInbox();
   auto subscription = subscribe(session, delivering);
   _store.restart(session, delivering);
   replaceSubscription(std::move(subscription));

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "transports/nats/Backoff.hpp"
+#include "transports/nats/SubjectNames.hpp"
 #include "transports/shared/Frame.hpp"
 #include "transports/shared/Log.hpp"
 #include "transports/shared/ThreadName.hpp"
@@ -16,6 +17,12 @@ namespace {
 constexpr std::chrono::milliseconds lastFlush{1000};
 constexpr std::chrono::milliseconds drainSlice{2};
 constexpr std::chrono::seconds longLife{2};  // of a session; after shorter ones the waits go on growing
+
+/// Answers, and what is stored, must reach nobody but this connection, and come from nobody but the server.
+NatsEndpoint withOwnInboxes(NatsEndpoint endpoint) {
+  endpoint.inboxPrefix += "." + randomToken();
+  return endpoint;
+}
 
 template <class T>
 using Listed = std::vector<std::weak_ptr<T>>;
@@ -43,6 +50,8 @@ std::shared_ptr<NatsConnection> NatsConnection::connect(const NatsEndpoint& endp
   logSetup("connected to " + endpoint.shown);
   return connection;
 }
+
+NatsConnection::NatsConnection(const NatsEndpoint& endpoint) : _endpoint(withOwnInboxes(endpoint)) {}
 
 void NatsConnection::open() {
   auto session = NatsSession::connect(_endpoint, _signal, [this] { _outbox.pump(); });
@@ -147,6 +156,10 @@ void NatsConnection::closeForGood() {
 std::shared_ptr<NatsSession> NatsConnection::session() const {
   const std::lock_guard lock(_mutex);
   return _session;
+}
+
+std::string NatsConnection::makeInbox() const {
+  return _endpoint.inboxPrefix + "." + randomToken();
 }
 
 std::shared_ptr<Subscription> NatsConnection::subscribe(const std::string& subject, PendingLimits limits) {

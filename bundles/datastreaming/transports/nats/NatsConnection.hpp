@@ -32,6 +32,7 @@ class NatsConnection {
   NatsConnection(const NatsConnection&) = delete;
   NatsConnection& operator=(const NatsConnection&) = delete;
 
+  /// What was given, with an inbox prefix of its own below the given one.
   [[nodiscard]] const NatsEndpoint& endpoint() const { return _endpoint; }
   [[nodiscard]] Outbox& outbox() { return _outbox; }
   [[nodiscard]] ReplyInbox& inbox() { return _inbox; }
@@ -42,6 +43,8 @@ class NatsConnection {
   [[nodiscard]] std::shared_ptr<NatsSession> session() const;
   /// The number of the present one, 0 while there is none.
   [[nodiscard]] std::uint64_t currentSession() const { return _current; }
+  /// The name of a new inbox: whoever does not see the messages of this connection cannot know it.
+  [[nodiscard]] std::string makeInbox() const;
   /// Subscribes, at every session to come too, before anything that waits in the outbox is sent over it.
   /// Throws std::runtime_error.
   [[nodiscard]] std::shared_ptr<Subscription> subscribe(const std::string& subject, PendingLimits limits);
@@ -63,7 +66,7 @@ class NatsConnection {
   [[nodiscard]] std::shared_ptr<const ConnectionStanding> standing() const { return _standing; }
 
  private:
-  explicit NatsConnection(const NatsEndpoint& endpoint) : _endpoint(endpoint) {}
+  explicit NatsConnection(const NatsEndpoint& endpoint);
   void open();
   void use(const std::shared_ptr<NatsSession>& session);
   // On the thread that keeps the connection up.
@@ -80,7 +83,7 @@ class NatsConnection {
   const std::shared_ptr<ConnectionStanding> _standing = std::make_shared<ConnectionStanding>();
   const std::shared_ptr<LossSignal> _signal = std::make_shared<LossSignal>();
   Outbox _outbox;
-  ReplyInbox _inbox;
+  ReplyInbox _inbox{makeInbox()};
   std::atomic<std::uint64_t> _current{0};
   std::atomic<std::uint64_t> _maxPayload{0};
   std::atomic<bool> _closed{false};

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "transports/nats/ServerAddress.hpp"
 #include "transports/shared/ServiceSettings.hpp"
 
 namespace kestrel::streams {
@@ -17,11 +18,13 @@ struct NatsEndpoint {
     durable,  ///< stored, then to one consumer, until acknowledged
   };
 
-  std::vector<std::string> servers;  ///< as the client takes them; may hold a password
-  std::string shown;                 ///< the servers for texts, without user, password and query
-  std::string token;                 ///< empty for none
-  bool secure = false;               ///< over TLS
+  std::vector<ServerAddress> servers;  ///< all secure, or none
+  std::string shown;                   ///< the servers for texts, without user, password and query
+  std::string token;                   ///< for servers without a user; empty for none
+  bool secure = false;                 ///< over TLS
   Delivery delivery = Delivery::live;
+
+  std::string inboxPrefix = "_INBOX";  ///< what the subjects begin with at which we are answered
 
   std::chrono::seconds pingInterval{20};
   std::chrono::milliseconds firstBackoff{100};
@@ -38,8 +41,8 @@ struct NatsEndpoint {
   std::chrono::seconds retry{120};         ///< how long storing one message is tried
 };
 
-/// Reads the endpoint; its query gives what the settings do not. Throws std::runtime_error that names the
-/// offending key and value, never a password or token.
+/// Reads the endpoint; its query gives what the settings do not. Throws std::runtime_error that says
+/// what was expected, of which key, and where in the endpoint, and repeats nothing of what came.
 [[nodiscard]] NatsEndpoint readNatsEndpoint(const ServiceSettings& settings);
 
 }  // namespace kestrel::streams

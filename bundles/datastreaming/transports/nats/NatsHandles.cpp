@@ -58,13 +58,6 @@ std::shared_ptr<natsMsg> share(natsMsg* message) {
           }};
 }
 
-std::string makeInbox() {
-  char* raw = nullptr;
-  require(natsInbox_Create(&raw), "naming an inbox");
-  const std::unique_ptr<char, decltype([](char* name) { natsInbox_Destroy(name); })> owner(raw);
-  return raw;
-}
-
 std::string describe(natsStatus status) {
   std::string text = natsStatus_GetText(status);
   const char* remark = nats_GetLastError(nullptr);

@@ -32,9 +32,6 @@ struct PendingLimits {
 /// used last, a quarter of a megabyte of data at most, stay until more follow.
 [[nodiscard]] std::shared_ptr<natsMsg> share(natsMsg* message);
 
-/// The name of a new inbox. Throws std::runtime_error.
-[[nodiscard]] std::string makeInbox();
-
 /// What a status means, with the client's own remark about the newest failure of this thread.
 [[nodiscard]] std::string describe(natsStatus status);
 

@@ -113,16 +113,32 @@ void setSecurity(natsOptions* options, const NatsEndpoint& endpoint) {
   if (!host.empty()) set(natsOptions_SetExpectedHostname(options, host.c_str()), "setting 'tls_host'");
 }
 
-std::string failureText(natsStatus status, const NatsEndpoint& endpoint) {
-  const bool unauthorized = status == NATS_CONNECTION_AUTH_FAILED;
-  const std::string& code = unauthorized && endpoint.token.empty() ? DataSteamingErrorCodes::TOKEN_NOT_FOUND
-                                                                   : DataSteamingErrorCodes::CONNECTION_ERROR;
-  std::string cause = describe(status);
-  if (unauthorized) {
-    cause = endpoint.token.empty() ? "the server asks for a token, and none is configured"
-                                   : "the server does not accept the configured token";
+/// The client goes over to TLS by itself where the server wants it. Nobody here would know, and the loop
+/// would drive the connection in the wrong way.
+void forbidSecurity(natsOptions* options) {
+  // RFC 6761, 6.4: no certificate carries such a name.
+  require(natsOptions_SetExpectedHostname(options, "no-tls.invalid"), "setting an option of the NATS client");
+}
+
+/// Why a server that is there could not be used; empty if only the client knows.
+std::string refusalText(natsStatus status, const NatsEndpoint& endpoint, const ServerAddress& server) {
+  if (!endpoint.secure && (status == NATS_SSL_ERROR || status == NATS_SECURE_CONNECTION_REQUIRED)) {
+    return "Secure Connection Required, the server wants TLS: use tls://";
   }
-  return code + ": cannot connect to " + endpoint.shown + ": " + cause;
+  if (status == NATS_SECURE_CONNECTION_WANTED) return "the server has no TLS: use nats://";
+  if (status != NATS_CONNECTION_AUTH_FAILED) return {};
+  if (!server.user.empty()) return "the server does not accept the user or password of the endpoint";
+  return endpoint.token.empty() ? "the server asks for a token, and none is configured"
+                                : "the server does not accept the configured token";
+}
+
+std::string failureText(natsStatus status, const NatsEndpoint& endpoint, const ServerAddress& server) {
+  const bool anonymous = endpoint.token.empty() && server.user.empty();
+  const std::string& code = status == NATS_CONNECTION_AUTH_FAILED && anonymous
+                                ? DataSteamingErrorCodes::TOKEN_NOT_FOUND
+                                : DataSteamingErrorCodes::CONNECTION_ERROR;
+  const std::string cause = refusalText(status, endpoint, server);
+  return code + ": cannot connect to " + endpoint.shown + ": " + (cause.empty() ? describe(status) : cause);
 }
 
 std::vector<std::size_t> randomOrder(std::size_t count) {
@@ -165,28 +181,38 @@ NatsSession::~NatsSession() {
 }
 
 std::optional<NatsSession::Refusal> NatsSession::open(const NatsEndpoint& endpoint,
-                                                      const std::string& server) {
+                                                      const ServerAddress& server) {
   natsOptions* raw = nullptr;
   require(natsOptions_Create(&raw), "creating options of the NATS client");
   const NatsOptions options(raw);
   setOptions(raw, endpoint, server);
-  if (endpoint.secure) setSecurity(raw, endpoint);
+  if (endpoint.secure) {
+    setSecurity(raw, endpoint);
+  } else {
+    forbidSecurity(raw);
+  }
   _loop.install(raw);
   const natsStatus status = natsConnection_Connect(&_handle, raw);
-  if (status != NATS_OK) return Refusal{failureText(status, endpoint), status != NATS_NO_SERVER};
+  if (status != NATS_OK) return Refusal{failureText(status, endpoint, server), status != NATS_NO_SERVER};
   if (natsConnection_HasHeaderSupport(_handle) == NATS_OK) return std::nullopt;
   return Refusal{DataSteamingErrorCodes::CONNECTION_ERROR + ": the server at " + endpoint.shown +
                      " does not support message headers; 2.2 or newer is needed",
                  true};
 }
 
-void NatsSession::setOptions(natsOptions* options, const NatsEndpoint& endpoint, const std::string& server) {
+void NatsSession::setOptions(natsOptions* options, const NatsEndpoint& endpoint,
+                             const ServerAddress& server) {
   void* const id = reinterpret_cast<void*>(_number);
   const auto ping = std::chrono::milliseconds(endpoint.pingInterval).count();
   const auto set = [](natsStatus status) { require(status, "setting an option of the NATS client"); };
-  set(natsOptions_SetURL(options, server.c_str()));
+  set(natsOptions_SetURL(options, server.url.c_str()));
   set(natsOptions_SetName(options, "kestrel"));
-  if (!endpoint.token.empty()) set(natsOptions_SetToken(options, endpoint.token.c_str()));
+  set(natsOptions_SetCustomInboxPrefix(options, endpoint.inboxPrefix.c_str()));
+  if (!server.password.empty()) {
+    set(natsOptions_SetUserInfo(options, server.user.c_str(), server.password.c_str()));
+  } else if (const std::string& token = server.user.empty() ? endpoint.token : server.user; !token.empty()) {
+    set(natsOptions_SetToken(options, token.c_str()));
+  }
   set(natsOptions_SetTimeout(options, connectTimeout.count()));
   set(natsOptions_SetPingInterval(options, ping));
   set(natsOptions_SetMaxPingsOut(options, 2));

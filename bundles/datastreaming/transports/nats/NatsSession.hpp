@@ -69,8 +69,8 @@ class NatsSession {
 
   NatsSession(const NatsEndpoint& endpoint, const std::shared_ptr<LossListener>& listener,
               const std::function<void()>& writable);
-  [[nodiscard]] std::optional<Refusal> open(const NatsEndpoint& endpoint, const std::string& server);
-  void setOptions(natsOptions* options, const NatsEndpoint& endpoint, const std::string& server);
+  [[nodiscard]] std::optional<Refusal> open(const NatsEndpoint& endpoint, const ServerAddress& server);
+  void setOptions(natsOptions* options, const NatsEndpoint& endpoint, const ServerAddress& server);
   void release(natsSubscription* subscription);
 
   const std::uint64_t _number;

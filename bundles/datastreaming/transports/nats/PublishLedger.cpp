@@ -45,14 +45,15 @@ std::optional<PublishLedger::Entry> PublishLedger::stored(std::uint64_t sequence
 void PublishLedger::failed(std::uint64_t sequence, const std::string& why, TimePoint now) {
   const bool known = std::any_of(_entries.begin(), _entries.end(),
                                  [&](const Entry& entry) { return entry.sequence == sequence; });
-  if (known) suspend(why, now);
+  if (known) (void)suspend(why, now);
 }
 
-void PublishLedger::suspend(const std::string& why, TimePoint now) {
-  if (_published == 0) return;
+bool PublishLedger::suspend(const std::string& why, TimePoint now) {
+  if (_published == 0) return !_entries.empty();
   _lastFailure = why;
   restart();
   _pausedUntil = now + _limits.pause;
+  return true;
 }
 
 void PublishLedger::restart() {

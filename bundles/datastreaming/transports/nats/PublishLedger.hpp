@@ -56,8 +56,8 @@ class PublishLedger {
   [[nodiscard]] std::optional<Entry> stored(std::uint64_t sequence);
   /// The server could not store it.
   void failed(std::uint64_t sequence, const std::string& why, TimePoint now);
-  /// The server cannot store anything at the moment.
-  void suspend(const std::string& why, TimePoint now);
+  /// The server cannot store anything at the moment. Returns whether it had anything to store.
+  bool suspend(const std::string& why, TimePoint now);
   /// What was published may not have arrived.
   void restart();
 

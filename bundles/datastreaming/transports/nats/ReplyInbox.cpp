@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "transports/shared/Log.hpp"
 #include "transports/shared/ThreadName.hpp"
 
 namespace kestrel::streams {
@@ -48,7 +49,7 @@ void ReplyInbox::run() {
     if (status == NATS_OK) {
       dispatch(reply.get());
     } else if (status == NATS_NO_RESPONDERS) {
-      for (const auto& [key, sink] : sinks()) sink->unreceived();
+      tellUnreceived();
     } else if (status == NATS_CONNECTION_CLOSED) {
       return;
     }
@@ -59,7 +60,23 @@ void ReplyInbox::run() {
   }
 }
 
+void ReplyInbox::tellUnreceived() {
+  bool waited = false;
+  for (const auto& [key, sink] : sinks()) waited = sink->unreceived() || waited;
+  if (!waited) noteForeign();
+}
+
+/// Passed over: the server sends no status here that nobody waits for.
+void ReplyInbox::noteForeign() {
+  _foreign.add();
+  if (const auto count = _foreign.due(Clock::now()); count > 0) {
+    logError(std::to_string(count) + " answers came that nobody waits for; has another program sent them?");
+  }
+}
+
 void ReplyInbox::dispatch(natsMsg* reply) {
+  const char* status = nullptr;
+  if (natsMsgHeader_Get(reply, "Status", &status) == NATS_OK) return noteForeign();
   const char* subject = natsMsg_GetSubject(reply);
   std::shared_ptr<ReplySink> sink;
   std::uint64_t number = 0;

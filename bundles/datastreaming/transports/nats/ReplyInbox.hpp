@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "transports/nats/Subscription.hpp"
+#include "transports/nats/Throttle.hpp"
 
 namespace kestrel::streams {
 
@@ -21,8 +22,8 @@ class ReplySink {
   virtual ~ReplySink() = default;
   virtual void replied(std::uint64_t number, natsMsg* reply) = 0;
   /// The server had nobody to give a message to that wanted an answer. The client does not say which, so
-  /// every sink is told.
-  virtual void unreceived() {}
+  /// every sink is told. Returns whether it waits for answers to such messages.
+  virtual bool unreceived() { return false; }
   /// Comes about every ReplyInbox::interval, for time-outs. Returns false once no reply can matter any more.
   virtual bool beat() { return true; }
   /// Whether no reply is waited for. From any thread.
@@ -37,7 +38,8 @@ class ReplyInbox {
  public:
   static constexpr std::chrono::milliseconds interval{100};
 
-  ReplyInbox() : _prefix(makeInbox() + ".") {}
+  /// The inbox must be nobody else's.
+  explicit ReplyInbox(const std::string& inbox) : _prefix(inbox + ".") {}
   ~ReplyInbox();
   ReplyInbox(const ReplyInbox&) = delete;
   ReplyInbox& operator=(const ReplyInbox&) = delete;
@@ -60,10 +62,13 @@ class ReplyInbox {
  private:
   void run();
   void dispatch(natsMsg* reply);
+  void tellUnreceived();
+  void noteForeign();
   void beat();
   [[nodiscard]] std::vector<std::pair<std::uint64_t, std::shared_ptr<ReplySink>>> sinks();
 
   const std::string _prefix;
+  Throttle _foreign;  // the thread's own
   std::shared_ptr<Subscription> _subscription;
 
   std::mutex _mutex;

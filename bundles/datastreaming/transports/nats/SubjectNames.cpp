@@ -29,13 +29,6 @@ bool isSafe(unsigned char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-';
 }
 
-std::string randomToken() {
-  std::random_device source;
-  std::array<unsigned char, 16> bytes{};
-  for (auto& byte : bytes) byte = static_cast<unsigned char>(source());
-  return toHex(bytes.data(), bytes.size(), lower);
-}
-
 std::string hash(const std::string& text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned size = 0;
@@ -46,6 +39,13 @@ std::string hash(const std::string& text) {
 }
 
 }  // namespace
+
+std::string randomToken() {
+  std::random_device source;
+  std::array<unsigned char, 16> bytes{};
+  for (auto& byte : bytes) byte = static_cast<unsigned char>(source());
+  return toHex(bytes.data(), bytes.size(), lower);
+}
 
 // Plain tokens have upper-case digits after each '_', so those marked "_h" and "_a" are never one of them.
 std::string makeToken(const std::string& identifier) {

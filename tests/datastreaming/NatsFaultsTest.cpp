@@ -198,6 +198,31 @@ INSTANTIATE_TEST_SUITE_P(Nats, NatsRetentionTest,
                                          Retention{"Age", "&max_age_s=1", std::chrono::seconds(2), 0}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+TEST_F(NatsFaultsTest, ConsumerThatFellBehindItsStoreGoesOnAtOnceWithWhatIsLeft) {
+  constexpr std::size_t messages = 300;
+  Inbox inbox;
+  Door entered, go;
+  Ends ends{factory("durable", "&max_bytes=3000000")};
+  ends.startConsumer(
+      [&](const std::uint8_t* data, std::uint64_t size, const std::string& id, AttributeMap& attributes) {
+        entered.open();
+        go.pass("the store to overflow");
+        inbox.callback()(data, size, id, attributes);
+      });
+  ends.startProducer("YES");
+  std::shared_future<std::string> stored;
+  for (std::size_t i = 0; i < messages; ++i) {
+    stored = sendText(*ends.producer, numbered(i, 100'000));
+    if (i == 0) entered.pass("the first message");
+  }
+  ASSERT_EQ(outcomeOf(stored), "accepted");
+  go.open();
+  const auto lastArrived = [&] { return std::stoul(inbox.waitTexts(1).back()) == messages - 1; };
+  ASSERT_TRUE(eventually("the newest message", lastArrived));
+  EXPECT_GT(ends.statistics().lost, 0U);
+  EXPECT_EQ(inbox.size() + ends.statistics().lost, messages);
+}
+
 TEST_F(NatsFaultsTest, SendDoesNotWaitForAServerThatStandsStill) {
   Ends ends{factory("live")};
   ends.startProducer();

@@ -277,7 +277,10 @@ class ResequencerTest : public testing::Test {
     return text;
   }
 
-  Resequencer<std::string> _order{seconds(10)};
+  Resequencer<std::string> _order{{.patience = seconds(10),
+                                   .waitingBytes = 20,
+                                   .cost = [](const std::string& item) { return std::uint64_t{item.size()}; },
+                                   .producers = 3}};
   TimePoint _now{seconds(1000)};
 };
 
@@ -308,10 +311,39 @@ TEST_F(ResequencerTest, GapIsGivenUpInTimeOrWhenNothingOlderCanCome) {
   EXPECT_EQ(out(), "1 ");
   _order.tick(_now + seconds(10));
   EXPECT_EQ(out(), "3 ");
-  _order.accept(1, 6, 7, "7", _now);
-  _order.accept(1, 9, 10, "10", _now);
+}
+
+TEST_F(ResequencerTest, WhatWasRemovedIsNotWaitedForWhicheverSideOfTheRemovalShowsIt) {
+  for (const std::uint64_t producer : {1U, 2U}) _order.accept(producer, 0, 1, "1", _now);
+  _order.accept(1, 2, 3, "3", _now);
   _order.giveUpGaps();
-  EXPECT_EQ(out(), "7 10 ");
+  EXPECT_EQ(out(), "1 1 3 ");
+  _order.accept(1, 6, 7, "7", _now);
+  _order.accept(2, 4, 5, "5", _now);
+  EXPECT_EQ(out(), "7 5 ");
+  _order.accept(1, 8, 9, "9", _now);
+  EXPECT_EQ(out(), "") << "only the first gap is excused";
+  _order.accept(1, 7, 8, "8", _now);
+  EXPECT_EQ(out(), "8 9 ");
+}
+
+TEST_F(ResequencerTest, NeitherWhatWaitsNorTheNumberOfProducersGrowsWithoutBound) {
+  _order.accept(1, 0, 1, "1", _now);
+  _order.accept(1, 2, 3, "ten bytes.", _now);
+  _order.accept(1, 3, 4, "ten bytes!", _now);
+  EXPECT_EQ(out(), "1 ");
+  _order.accept(1, 4, 5, "5", _now);
+  EXPECT_EQ(out(), "ten bytes. ten bytes! 5 ");
+  _order.accept(1, 6, 7, "waits", _now);
+  for (std::uint64_t other = 2; other < 99; ++other) {
+    _order.accept(other, 0, 1, "1", _now += seconds(1));
+    EXPECT_EQ(out(), "1 ");
+    ASSERT_LE(_order.producersKnown(), 3U);
+  }
+  _order.accept(98, 2, 3, "3", _now);
+  EXPECT_EQ(out(), "") << "the newest one is known";
+  _order.accept(1, 5, 6, "6", _now);
+  EXPECT_EQ(out(), "6 waits ");
 }
 
 TEST(ArrivalClockTest, StandsStillForWhatWaitsAndMovesOnceThatIsDone) {

@@ -18,6 +18,7 @@ constexpr std::chrono::milliseconds confirmTime{1000};
 const std::string acknowledgement = "+ACK";
 constexpr std::chrono::milliseconds pause{100};  // before the second attempt to attach; it grows
 constexpr std::chrono::seconds longLife{5};      // of a reader; after shorter ones the pauses go on growing
+constexpr std::uint64_t leastWaiting = 64ULL << 20;  // for pieces that overtook one that is tried again
 constexpr std::chrono::seconds heartbeatsMissed{4};  // the server sends one a second
 
 PayloadSequencer::Limits durableLimits(const NatsEndpoint& endpoint) {
@@ -60,7 +61,10 @@ DurableReceiver::DurableReceiver(std::shared_ptr<StreamContext> context,
     : NatsReceiver(std::move(context), connection, durableLimits(connection->endpoint())),
       _store(connection, std::move(names)),
       _subjects(_store.names()),
-      _order(connection->endpoint().retry) {}
+      _order({.patience = connection->endpoint().retry,
+              .waitingBytes =
+                  std::max(leastWaiting, static_cast<std::uint64_t>(connection->endpoint().maxBytes)),
+              .cost = [](const Incoming& incoming) { return memoryOf(incoming.message.get()); }}) {}
 
 /// An earlier consumer, of this process or of one that was killed, may be about to be noticed as gone, and a
 /// connection that is away may be about to come back.

@@ -1,6 +1,8 @@
 #include "transports/nats/NatsHandles.hpp"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -56,6 +58,25 @@ std::shared_ptr<natsMsg> share(natsMsg* message) {
   return {message, [](natsMsg* last) {
             if (last != nullptr) Discarded::shared().add(last);
           }};
+}
+
+std::uint64_t memoryOf(natsMsg* message) {
+  constexpr std::uint64_t overhead = 400;  // the client's own, and of the containers that hold it
+  using Strings = std::unique_ptr<const char*[], decltype([](const char** array) { std::free(array); })>;
+  std::uint64_t bytes = overhead + static_cast<std::uint64_t>(natsMsg_GetDataLength(message));
+  const char** keys = nullptr;
+  int count = 0;
+  if (natsMsgHeader_Keys(message, &keys, &count) != NATS_OK) return bytes;
+  const Strings keyOwner(keys);
+  for (int i = 0; i < count; ++i) {
+    const char** values = nullptr;
+    int valueCount = 0;
+    if (natsMsgHeader_Values(message, keys[i], &values, &valueCount) != NATS_OK) continue;
+    const Strings valueOwner(values);
+    bytes += std::strlen(keys[i]);
+    for (int j = 0; j < valueCount; ++j) bytes += std::strlen(values[j]) + sizeof(char*);
+  }
+  return bytes;
 }
 
 std::string describe(natsStatus status) {

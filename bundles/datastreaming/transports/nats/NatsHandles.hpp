@@ -32,6 +32,9 @@ struct PendingLimits {
 /// used last, a quarter of a megabyte of data at most, stay until more follow.
 [[nodiscard]] std::shared_ptr<natsMsg> share(natsMsg* message);
 
+/// About how much memory a message takes that has come in.
+[[nodiscard]] std::uint64_t memoryOf(natsMsg* message);
+
 /// What a status means, with the client's own remark about the newest failure of this thread.
 [[nodiscard]] std::string describe(natsStatus status);
 

@@ -303,6 +303,38 @@ INSTANTIATE_TEST_SUITE_P(Nats, NatsSlowConsumerTest,
                          testing::Values(Slowness{"live", true}, Slowness{"durable", false}),
                          [](const auto& info) { return std::string(info.param.delivery); });
 
+TEST_F(NatsFaultsTest, StoreOfAnAnonymousStreamGoesWithItsLastOwnerAndOthersStay) {
+  Inbox inbox;
+  Stranger stranger(*_server);
+  {
+    auto service = factory("durable");
+    Ends ends{service, service->getStream("", {})};
+    Ends named{service};
+    ends.startProducer("YES");
+    named.startProducer("YES");
+    EXPECT_EQ(outcomeOf(sendText(*named.producer, "stays")), "accepted");
+    ends.startConsumer(inbox.callback());
+    ends.stream.reset();
+    ends.producer.reset();
+    EXPECT_EQ(stranger.stores().size(), 2U);
+    ends.consumer.reset();
+    EXPECT_TRUE(eventually("the store to go", [&] { return stranger.stores().size() == 1; }));
+  }
+  EXPECT_THAT(stranger.stores(), testing::ElementsAre("KESTREL_faults"));
+}
+
+TEST_F(NatsFaultsTest, ServerWithoutRoomForAStoreIsToldWithTheRemedies) {
+  const NatsServer small({.store = false,
+                          .more = "jetstream { store_dir: '" + (_server->directory() / "small").string() +
+                                  "', max_file_store: 1000000 }"});
+  try {
+    (void)natsFactory(small.url("delivery=durable"))->getStream("s", {});
+    ADD_FAILURE() << "it was made";
+  } catch (const std::exception& error) {
+    EXPECT_THAT(error.what(), AllOf(HasSubstr("1073741824 bytes"), HasSubstr("max_bytes")));
+  }
+}
+
 TEST_F(NatsFaultsTest, DurableMessageIsGivenUpAfterItsTimeWithAReport) {
   Ends ends{factory("durable", "&retry_s=1")};
   ends.startProducer("YES");

@@ -41,6 +41,16 @@ class Stranger {
     jsStreamInfo_Destroy(raw);
     return count;
   }
+  [[nodiscard]] std::vector<std::string> stores() {
+    jsStreamNamesList* raw = nullptr;
+    std::vector<std::string> names;
+    const natsStatus status = js_StreamNames(&raw, jetStream().get(), nullptr, nullptr);
+    if (status == NATS_NOT_FOUND) return names;
+    require(status, "asking for the stores");
+    for (int i = 0; i < raw->Count; ++i) names.emplace_back(raw->List[i]);
+    jsStreamNamesList_Destroy(raw);
+    return names;
+  }
   void makeStore(const std::string& name) {
     jsStreamConfig config;
     require(jsStreamConfig_Init(&config), "preparing a store");

@@ -9,11 +9,11 @@
 namespace kestrel::streams {
 
 DurableProducer::DurableProducer(std::shared_ptr<StreamContext> context,
-                                 std::shared_ptr<NatsConnection> connection, std::string subject,
-                                 const ProducerSettings& settings)
+                                 std::shared_ptr<NatsConnection> connection,
+                                 std::shared_ptr<const DurableStore> store, const ProducerSettings& settings)
     : ProducerBase(std::move(context)),
       _connection(std::move(connection)),
-      _subject(std::move(subject)),
+      _store(std::move(store)),
       _acknowledge(settings.acknowledge) {}
 
 DurableProducer::~DurableProducer() {
@@ -32,8 +32,8 @@ void DurableProducer::open() {
 
 ProducerBase::Outcome DurableProducer::transmit(const Outgoing& message) {
   const std::uint64_t number = _number + 1;
-  auto made = makeMessage({_subject, _publisher->replySubject(number), message.stamp, message.data,
-                           message.size, message.attributes, true},
+  auto made = makeMessage({_store->names().durable, _publisher->replySubject(number), message.stamp,
+                           message.data, message.size, message.attributes, true},
                           _connection->maxPayload());
   if (auto* why = std::get_if<std::string>(&made)) return {std::move(*why), {}};
   auto& outgoing = std::get<OutgoingMessage>(made);
@@ -55,7 +55,8 @@ void DurableProducer::announce(ProducerEvent::Kind kind) {
   constexpr std::uint64_t cost = 256;
   try {
     const std::uint64_t number = ++_number;
-    auto message = makeEvent(_subject, {kind, producerId(), _lastSequence}, _publisher->replySubject(number));
+    auto message = makeEvent(_store->names().durable, {kind, producerId(), _lastSequence},
+                             _publisher->replySubject(number));
     (void)_publisher->submit({number, std::move(message), cost, Clock::now(), {}});
   } catch (const std::exception& error) {
     logError(std::string("a producer could not announce its end: ") + error.what());

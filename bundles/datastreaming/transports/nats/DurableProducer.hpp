@@ -4,6 +4,7 @@
 #include <string>
 
 #include "transports/nats/DurablePublisher.hpp"
+#include "transports/nats/DurableStore.hpp"
 #include "transports/nats/MessageHeaders.hpp"
 #include "transports/shared/ProducerBase.hpp"
 
@@ -13,7 +14,7 @@ namespace kestrel::streams {
 class DurableProducer final : public ProducerBase {
  public:
   DurableProducer(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
-                  std::string subject, const ProducerSettings& settings);
+                  std::shared_ptr<const DurableStore> store, const ProducerSettings& settings);
   ~DurableProducer() override;
 
  protected:
@@ -25,7 +26,7 @@ class DurableProducer final : public ProducerBase {
   void announce(ProducerEvent::Kind kind);
 
   const std::shared_ptr<NatsConnection> _connection;
-  const std::string _subject;
+  const std::shared_ptr<const DurableStore> _store;
   const bool _acknowledge;
   // Guarded by the lock of ProducerBase.
   std::shared_ptr<DurablePublisher> _publisher;  // set by open()

@@ -57,10 +57,11 @@ class DurableReceiver::Settlement final : public Receipt {
 };
 
 DurableReceiver::DurableReceiver(std::shared_ptr<StreamContext> context,
-                                 std::shared_ptr<NatsConnection> connection, SubjectNames names)
+                                 std::shared_ptr<NatsConnection> connection,
+                                 std::shared_ptr<const DurableStore> store)
     : NatsReceiver(std::move(context), connection, durableLimits(connection->endpoint())),
-      _store(connection, std::move(names)),
-      _subjects(_store.names()),
+      _store(std::move(store)),
+      _subjects(_store->names()),
       _order({.patience = connection->endpoint().retry,
               .waitingBytes =
                   std::max(leastWaiting, static_cast<std::uint64_t>(connection->endpoint().maxBytes)),
@@ -109,7 +110,7 @@ void DurableReceiver::attach(bool first) {
   confirmAcknowledgements();
   const std::string claiming = _connection->makeInbox();
   const auto holder = subscribe(session, claiming);
-  const auto claim = _store.claim(session, claiming);
+  const auto claim = _store->claim(session, claiming);
   if (first) {
     reportExpired(claim);
   } else {
@@ -119,7 +120,7 @@ void DurableReceiver::attach(bool first) {
   // What came to the first subject may have been sent before; the second one begins at the beginning.
   const std::string delivering = _connection->makeInbox();
   auto subscription = subscribe(session, delivering);
-  _store.restart(session, delivering);
+  _store->restart(session, delivering);
   replaceSubscription(std::move(subscription));
   _count = 0;
   _reached = 0;
@@ -218,7 +219,7 @@ void DurableReceiver::take(std::shared_ptr<natsMsg> message) {
 /// has to be acknowledged all the same, or it comes again and again.
 void DurableReceiver::takeUnshown() {
   try {
-    const auto number = _store.unshownAfter(_connection->session(), _reached);
+    const auto number = _store->unshownAfter(_connection->session(), _reached);
     if (!number) return refuse({});
     const DeliveryNumbers numbers{*number, _count + 1};
     takeStored(numbers, _subjects.acknowledgement(numbers), {});

@@ -16,7 +16,7 @@ namespace kestrel::streams {
 class DurableReceiver final : public NatsReceiver, public std::enable_shared_from_this<DurableReceiver> {
  public:
   DurableReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
-                  SubjectNames names);
+                  std::shared_ptr<const DurableStore> store);
 
   void open() override;
   void run() override;
@@ -44,7 +44,7 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   void confirmAcknowledgements();
   void settled(std::uint64_t number);
 
-  const DurableStore _store;
+  const std::shared_ptr<const DurableStore> _store;
   const ReaderSubjects _subjects;
   std::mutex _mutex;
   std::shared_ptr<natsSubscription> _waitedFor;  // what interrupt() ends; guarded by _mutex

@@ -6,7 +6,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "transports/nats/OutgoingMessage.hpp"
 #include "transports/nats/StoreReply.hpp"
+#include "transports/shared/Log.hpp"
 
 namespace kestrel::streams {
 
@@ -17,6 +19,8 @@ constexpr std::chrono::seconds heartbeat{1};
 constexpr std::chrono::hours repeat{1};           // lost messages are noticed in other ways, long before
 constexpr std::int64_t unacknowledged = 1 << 24;  // a payload is acknowledged as a whole, however many pieces
 constexpr std::chrono::seconds duplicates{120};
+// The server reserves what a store may hold for as long as it exists; should the process be killed, for good.
+constexpr std::int64_t mostAnonymous = 256LL << 20;
 
 const std::string beginning = "begins after ";
 
@@ -50,16 +54,29 @@ JetStreamContext contextOf(const NatsSession& session) {
   return JetStreamContext(context);
 }
 
-[[noreturn]] void fail(const NatsConnection& connection, const std::string& what, natsStatus status) {
-  std::string cause = describe(status);
-  if (status == NATS_NO_RESPONDERS) cause = "JetStream is not enabled there";
+[[noreturn]] void fail(const NatsConnection& connection, const std::string& what, const std::string& cause) {
   throw std::runtime_error("durable delivery at " + connection.endpoint().shown + ": " + what + ": " + cause);
+}
+
+[[noreturn]] void fail(const NatsConnection& connection, const std::string& what, natsStatus status) {
+  fail(connection, what, status == NATS_NO_RESPONDERS ? "JetStream is not enabled there" : describe(status));
 }
 
 }  // namespace
 
 DurableStore::DurableStore(std::shared_ptr<NatsConnection> connection, SubjectNames names)
     : _connection(std::move(connection)), _names(std::move(names)) {}
+
+/// Without waiting: the request goes out behind what the producers have sent, and nobody needs the answer.
+DurableStore::~DurableStore() {
+  if (!_names.anonymous) return;
+  try {
+    (void)_connection->outbox().post(
+        {makeSignal("$JS.API.STREAM.DELETE." + _names.store), 256, 0, nullptr, 0});
+  } catch (const std::exception& error) {
+    logError("the store " + _names.store + " could not be removed: " + error.what());
+  }
+}
 
 void DurableStore::prepare() const {
   const NatsEndpoint& endpoint = _connection->endpoint();
@@ -75,13 +92,19 @@ void DurableStore::prepare() const {
   config.Discard = js_DiscardOld;
   config.Storage = js_FileStorage;
   config.MaxAge = nanoseconds(endpoint.maxAge);
-  config.MaxBytes = endpoint.maxBytes;
+  config.MaxBytes = _names.anonymous ? std::min(endpoint.maxBytes, mostAnonymous) : endpoint.maxBytes;
   config.Replicas = endpoint.replicas;
   config.Duplicates = nanoseconds(std::min({endpoint.maxAge, std::max(duplicates, endpoint.retry)}));
   jsErrCode error{};
   natsStatus status = js_AddStream(nullptr, js.get(), &config, nullptr, &error);
   if (error == JSStreamNameExistErr) status = js_UpdateStream(nullptr, js.get(), &config, nullptr, &error);
   if (error == JSNotEnabledErr || error == JSNotEnabledForAccountErr) status = NATS_NO_RESPONDERS;
+  if (error == JSStorageResourcesExceededErr || error == JSInsufficientResourcesErr) {
+    fail(*_connection, "making the store " + _names.store,
+         "no " + std::to_string(config.MaxBytes) +
+             " bytes can be reserved there; lower max_bytes, raise the server's max_file_store, or remove "
+             "streams that are not used any more");
+  }
   if (status != NATS_OK) fail(*_connection, "making the store " + _names.store, status);
 }
 

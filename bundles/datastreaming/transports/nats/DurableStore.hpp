@@ -19,10 +19,14 @@ class ReaderExists : public std::runtime_error {
 };
 
 /// The place where the server keeps one durable stream, and its one reader. Its calls wait for the server, at
-/// most some seconds, and throw std::runtime_error.
+/// most some seconds, and throw std::runtime_error. Shared by the stream and its ends: when the last of them
+/// goes, the store of an anonymous stream is removed, which nobody could find again.
 class DurableStore {
  public:
   DurableStore(std::shared_ptr<NatsConnection> connection, SubjectNames names);
+  ~DurableStore();
+  DurableStore(const DurableStore&) = delete;
+  DurableStore& operator=(const DurableStore&) = delete;
 
   [[nodiscard]] const SubjectNames& names() const { return _names; }
 

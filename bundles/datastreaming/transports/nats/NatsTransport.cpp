@@ -35,22 +35,24 @@ class LiveLink final : public StreamLink {
 class DurableLink final : public StreamLink {
  public:
   DurableLink(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection)
-      : _context(std::move(context)), _connection(std::move(connection)), _names(_context->id) {
-    DurableStore(_connection, _names).prepare();
+      : _context(std::move(context)),
+        _connection(std::move(connection)),
+        _store(std::make_shared<const DurableStore>(_connection, SubjectNames(_context->id))) {
+    _store->prepare();
   }
 
   std::shared_ptr<datastreaming::Producer> makeProducer(const ProducerSettings& settings) override {
-    return std::make_shared<DurableProducer>(_context, _connection, _names.durable, settings);
+    return std::make_shared<DurableProducer>(_context, _connection, _store, settings);
   }
 
   std::shared_ptr<datastreaming::Consumer> makeConsumer() override {
-    return std::make_shared<NatsConsumer>(std::make_shared<DurableReceiver>(_context, _connection, _names));
+    return std::make_shared<NatsConsumer>(std::make_shared<DurableReceiver>(_context, _connection, _store));
   }
 
  private:
   const std::shared_ptr<StreamContext> _context;
   const std::shared_ptr<NatsConnection> _connection;
-  const SubjectNames _names;
+  const std::shared_ptr<const DurableStore> _store;
 };
 
 }  // namespace

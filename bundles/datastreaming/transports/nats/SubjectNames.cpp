@@ -63,7 +63,7 @@ std::string makeToken(const std::string& identifier) {
   return token;
 }
 
-SubjectNames::SubjectNames(const std::string& identifier) {
+SubjectNames::SubjectNames(const std::string& identifier) : anonymous(identifier.empty()) {
   const std::string token = makeToken(identifier);
   live = "kestrel.live." + token;
   durable = "kestrel.durable." + token;

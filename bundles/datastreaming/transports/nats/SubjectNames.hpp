@@ -15,6 +15,7 @@ namespace kestrel::streams {
 struct SubjectNames {
   explicit SubjectNames(const std::string& identifier);
 
+  bool anonymous;       ///< nobody else can know them
   std::string live;     ///< subject of live messages
   std::string durable;  ///< subject of stored messages
   std::string store;    ///< the JetStream stream that stores them

@@ -30,7 +30,9 @@ class DurablePosition {
  private:
   std::uint64_t _last = 0;
   std::uint64_t _quietUpTo = 0;
-  std::map<std::uint64_t, std::string> _open;  // delivered and not settled yet
+  // Delivered and not settled yet. The server bounds them: past what DurableStore allows a reader to leave
+  // unacknowledged, it sends no more.
+  std::map<std::uint64_t, std::string> _open;
 };
 
 }  // namespace kestrel::streams

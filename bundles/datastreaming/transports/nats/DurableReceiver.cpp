@@ -232,7 +232,7 @@ void DurableReceiver::takeUnshown() {
 void DurableReceiver::takeStored(const DeliveryNumbers& numbers, const std::string& reply,
                                  Incoming incoming) {
   if (numbers.count != ++_count) return detach();  // something on the way to us was dropped
-  _reached = numbers.stored;
+  _reached = std::max(_reached, numbers.stored);  // one that was forgotten may come again
   const auto arrival = _position.arrived(numbers.stored, reply);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.

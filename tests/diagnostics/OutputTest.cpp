@@ -27,14 +27,17 @@ TEST(StandardErrorOutput, IsOneLineARecordWithTimeSeverityChannelAndTextUnlessTu
                                     "first\\\\nsecond\\\\r\\\\t\\\\x1b\\[1m \xc3\xa9\n"));
 }
 
-TEST(BoostLogCore, HandsRecordsToTheSinksOfTheHost) {
+TEST(BoostLogCore, HandsRecordsToTheSinksOfAHostThatAsksForThem) {
   std::ostringstream lines;
   const auto sink = boost::log::add_console_log(lines);
   sink->set_formatter(expressions::stream << expressions::attr<std::string>("Channel") << ' '
                                           << expressions::attr<unsigned>("Severity") << ' '
                                           << expressions::smessage);
   sink->set_filter(expressions::has_attr("TimeStamp") && expressions::has_attr("ThreadID"));
-  Logger("test::host").log(Severity::error, "for the host");
+  for (const bool on : {false, true, false}) {
+    setBoostLogOutput(on);
+    Logger("test::host").log(Severity::error, on ? "for the host" : "not for the host");
+  }
   boost::log::core::get()->remove_sink(sink);
   EXPECT_EQ(lines.str(), "test::host 512 for the host\n");
 }
@@ -48,7 +51,9 @@ struct LogsWithTheProcess {
 
 TEST(Logger, WorksDuringStaticInitialisationAndLateAtExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
+  setBoostLogOutput(true);  // in the child too: it runs this case from its beginning
   EXPECT_EXIT(std::exit(0), testing::ExitedWithCode(0), "before main.*\n(.*\n)*.*at exit\n");
+  setBoostLogOutput(false);
 }
 
 /// Reports a fatal error with that handler installed.

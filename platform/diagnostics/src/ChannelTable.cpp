@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "SeverityNames.hpp"
-#include "StandardErrorSink.hpp"
+#include "StandardError.hpp"
 
 namespace kestrel::diagnostics {
 

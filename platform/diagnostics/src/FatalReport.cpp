@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "StandardErrorSink.hpp"
+#include "StandardError.hpp"
 #include "kestrel/diagnostics/Logger.hpp"
 
 namespace kestrel::diagnostics {

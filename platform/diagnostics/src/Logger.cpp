@@ -3,21 +3,27 @@
 #include "BoostLogWriter.hpp"
 #include "ChannelTable.hpp"
 #include "ObserverList.hpp"
+#include "StandardError.hpp"
 
 namespace kestrel::diagnostics {
 
 Logger::Logger(std::string_view channel) {
-  prepareBoostLog();
   const auto& [name, setting] = ChannelTable::instance().open(channel);
   _channel = &name;
   _severities = &setting.severities;
 }
 
 void Logger::write(Severity severity, std::string_view text) const noexcept {
-  notifyObservers({*_channel, severity, text});
+  const Record record{*_channel, severity, text};
+  notifyObservers(record);
+  // An output that fails loses this record, nothing else.
   try {
-    writeToBoostLog(*_channel, severity, text);
-  } catch (...) {  // a sink that fails loses this record, nothing else
+    writeToStandardError(record);
+  } catch (...) {
+  }
+  try {
+    writeToBoostLog(record);
+  } catch (...) {
   }
 }
 

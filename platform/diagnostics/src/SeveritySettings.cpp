@@ -2,7 +2,6 @@
 
 #include "ChannelTable.hpp"
 #include "SeverityNames.hpp"
-#include "StandardErrorSink.hpp"
 
 namespace kestrel::diagnostics {
 
@@ -16,10 +15,6 @@ SeverityMask severities(std::string_view channelOrStar) {
 
 std::vector<std::string> applySeverityText(std::string_view text) {
   return applySeverityTextTo(ChannelTable::instance(), text);
-}
-
-void setStandardErrorOutput(bool on) noexcept {
-  StandardErrorSink::setOn(on);
 }
 
 }  // namespace kestrel::diagnostics

@@ -31,9 +31,14 @@ KESTREL_EXPORT void setSeverities(std::string_view channelOrStar, SeverityMask m
 /// "*=error,warning;asyncio::util=trace,setup;asyncio::util::SendDataHelper=all".
 [[nodiscard]] KESTREL_EXPORT std::vector<std::string> applySeverityText(std::string_view text);
 
-/// Turns the lines on standard error on (as they are at first) or off, for a host that adds a sink of its own
-/// to the Boost.Log core. Records carry the attributes "Channel" (std::string), "Severity" (unsigned),
-/// "TimeStamp" (UTC), "ThreadID" and "Message".
+/// Turns the lines on standard error on (as they are at first) or off.
 KESTREL_EXPORT void setStandardErrorOutput(bool on) noexcept;
+
+/// Hands every record to the Boost.Log core as well (on), or no longer (off, as it is at first: the core is
+/// the host's, and until it asks for the records nothing here touches the core, its sinks or its filters).
+/// Records carry the attributes "Channel" (std::string), "Severity" (unsigned), "TimeStamp" (UTC), "ThreadID"
+/// and "Message". Ends by itself at the end of the process, before the static objects of Boost.Log go. For a
+/// host that does not log with Boost.Log see RecordObserver.
+KESTREL_EXPORT void setBoostLogOutput(bool on);
 
 }  // namespace kestrel::diagnostics

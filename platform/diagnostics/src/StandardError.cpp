@@ -1,16 +1,15 @@
-#include "StandardErrorSink.hpp"
+#include "StandardError.hpp"
 
 #include <unistd.h>
 
 #include <atomic>
-#include <boost/date_time/posix_time/posix_time.hpp>
-#include <boost/log/attributes/value_extraction.hpp>
-#include <boost/log/attributes/value_visitation.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 #include "SeverityNames.hpp"
+#include "kestrel/diagnostics/SeveritySettings.hpp"
 
 namespace kestrel::diagnostics {
 
@@ -60,30 +59,31 @@ void writeLineToStandardError(std::string_view text) {
   }
 }
 
-void StandardErrorSink::setOn(bool on) noexcept {
-  isOn = on;
-}
-
 /// In ISO form; not with a stream, which would group digits as the host's locale has it.
-static std::string timeText(const boost::posix_time::ptime& time) {
-  const auto date = time.date();
-  const auto day = time.time_of_day();
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", static_cast<int>(date.year()),
-                static_cast<int>(date.month()), static_cast<int>(date.day()), static_cast<int>(day.hours()),
-                static_cast<int>(day.minutes()), static_cast<int>(day.seconds()),
-                static_cast<int>(day.total_microseconds() % 1000000));
+static std::string timeText() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  tm parts{};
+  gmtime_r(&now.tv_sec, &parts);
+  char text[96];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06ldZ", parts.tm_year + 1900,
+                parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                now.tv_nsec / 1000);
   return text;
 }
 
-void StandardErrorSink::consume(const boost::log::record_view& record) {
-  if (!isOn) return;
-  const auto channel = boost::log::extract<std::string>("Channel", record);
-  const auto severity = boost::log::extract<SeverityMask>("Severity", record);
-  const auto text = boost::log::extract<std::string>("Message", record);
-  const auto time = boost::log::extract<boost::posix_time::ptime>("TimeStamp", record);
-  if (!channel || !severity || !text || !time) return;
-  writeLineToStandardError(timeText(*time) + ' ' + severityName(*severity) + ' ' + *channel + ' ' + *text);
+static void writeRecord(std::string_view channel, Severity severity, std::string_view text) {
+  auto line = timeText() + ' ' + severityName(static_cast<SeverityMask>(severity)) + ' ';
+  line.append(channel).append(" ").append(text);
+  writeLineToStandardError(line);
+}
+
+void setStandardErrorOutput(bool on) noexcept {
+  isOn = on;
+}
+
+void writeToStandardError(const Record& record) {
+  if (isOn) writeRecord(record.channel, record.severity, record.text);
 }
 
 }  // namespace kestrel::diagnostics

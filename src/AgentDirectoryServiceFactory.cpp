@@ -11,6 +11,14 @@ namespace remote_connectivity::asyncio::util {
 using kestrel::agentdirectory::ADSConfig;
 using kestrel::agentdirectory::AgentDirectoryService;
 
+namespace {
+
+// Copies that static destruction does not take: a factory may be made while the process ends.
+const std::string& tokenKey = *new const std::string(ADSConfig::QXA_TOKEN);
+const std::string& endpointKey = *new const std::string(ADSConfig::APS_SERVICE_URL);
+
+}  // namespace
+
 AgentDirectoryServiceFactory::AgentDirectoryServiceFactory(std::string token, std::string endpoint)
     : _agentDirectoryService(kestrel::framework::findService<AgentDirectoryService>()) {
   configure(std::move(token), std::move(endpoint));
@@ -21,9 +29,9 @@ AgentDirectoryServiceFactory::~AgentDirectoryServiceFactory() = default;
 void AgentDirectoryServiceFactory::configure(std::string token, std::string endpoint) {
   ServiceConfiguration configuration;
   token = argumentOrEnvironment(std::move(token), "QXA_TOKEN");
-  if (!token.empty()) configuration[ADSConfig::QXA_TOKEN] = token;
+  if (!token.empty()) configuration[tokenKey] = token;
   endpoint = argumentOrEnvironment(std::move(endpoint), "AD_ENDPOINT");
-  if (!endpoint.empty()) configuration[ADSConfig::APS_SERVICE_URL] = endpoint;
+  if (!endpoint.empty()) configuration[endpointKey] = endpoint;
   configureService(_agentDirectoryService, configuration);
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Constants.hpp"
+#include "NewId.hpp"
 #include "SendReceiveDataStream.hpp"
 #include "ServiceConfiguration.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
@@ -11,12 +12,11 @@
 #include "kestrel/framework/InstallAndStart.hpp"
 #include "kestrel/framework/InstallPath.hpp"
 #include "kestrel/framework/ServiceLookup.hpp"
-#include "remote_connectivity/asyncio/util/UUIDAdaptor.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
-using kestrel::datastreaming::DataSteamingConfig;
 using kestrel::datastreaming::StreamsFactory;
+using kestrel::datastreaming::lasting::DataSteamingConfig;
 
 namespace {
 
@@ -31,9 +31,8 @@ std::u16string bundleDirectory() {
 }
 
 std::pair<std::string, std::string> newStreamIds() {
-  static UUIDAdaptor generator;
-  auto sendStreamId = generator();
-  return {std::move(sendStreamId), generator()};
+  auto sendStreamId = newId<struct StreamIds>();
+  return {std::move(sendStreamId), newId<struct StreamIds>()};
 }
 
 }  // namespace

@@ -11,9 +11,10 @@ using kestreldata::TypedArray;
 
 namespace {
 
-const std::string requestLabel = "request";
-const std::string responseLabel = "requestResponse";
-const std::string sendLabel = "send";
+// Not objects that are destroyed with the process, as messages arrive until its very end.
+constexpr char requestLabel[] = "request";
+constexpr char responseLabel[] = "requestResponse";
+constexpr char sendLabel[] = "send";
 
 constexpr std::size_t sendElements = 3;
 constexpr std::size_t requestElements = 4;

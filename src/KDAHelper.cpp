@@ -9,6 +9,13 @@ using kestreldata::Array;
 using kestreldata::ArrayType;
 using kestreldata::TypedArray;
 
+namespace {
+
+/// A copy that static destruction does not take: messages are read until the very end of the process.
+const std::string& notAStringError = *new const std::string(KDAHelper::NotAStringError);
+
+}  // namespace
+
 KDAHelper::KDAHelper() = default;
 
 KDAHelper::KDAHelper(const std::shared_ptr<kestreldata::ArrayFactory>& factory) : _factory(factory) {}
@@ -37,7 +44,7 @@ std::pair<std::string, std::string> KDAHelper::kdaToString(const Array& array) {
       return {kestreldata::castToString(strings[0]), ""};
     }
     default:
-      return {"", NotAStringError};
+      return {"", notAStringError};
   }
 }
 

@@ -10,8 +10,8 @@
 
 namespace remote_connectivity::asyncio::util {
 
-using kestrel::datastreaming::DataSteamingConfig;
 using kestrel::datastreaming::ErrorCallback;
+using kestrel::datastreaming::lasting::DataSteamingConfig;
 
 namespace {
 

@@ -5,8 +5,9 @@
 namespace remote_connectivity::asyncio::util {
 
 namespace {
-const std::string invalidChannelMessengerText = "Invalid channel messenger.";
-const std::string timeoutText = "Timeout waiting for response.";
+// Never destroyed: requests time out until the very end of the process.
+const std::string& invalidChannelMessengerText = *new const std::string("Invalid channel messenger.");
+const std::string& timeoutText = *new const std::string("Timeout waiting for response.");
 }  // namespace
 
 const std::string& getStringForExceptionType(MessengerExceptionType type) {

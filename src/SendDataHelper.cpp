@@ -12,7 +12,7 @@
 
 namespace remote_connectivity::asyncio::util {
 
-using kestrel::datastreaming::MessageAttributes;
+using kestrel::datastreaming::lasting::MessageAttributes;
 using kestrel::diagnostics::Severity;
 using namespace std::chrono_literals;
 

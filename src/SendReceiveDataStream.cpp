@@ -3,19 +3,10 @@
 #include <utility>
 
 #include "MessengerLog.hpp"
+#include "NewId.hpp"
 #include "kestrel/diagnostics/FatalReport.hpp"
-#include "remote_connectivity/asyncio/util/UUIDAdaptor.hpp"
 
 namespace remote_connectivity::asyncio::util {
-
-namespace {
-
-std::string newRequestId() {
-  static UUIDAdaptor generator;
-  return generator();
-}
-
-}  // namespace
 
 SendReceiveDataStream::SendReceiveDataStream(const std::string& sendStreamId,
                                              const std::string& receiveStreamId,
@@ -30,7 +21,7 @@ SendReceiveDataStream::SendReceiveDataStream(const std::string& sendStreamId,
       _sendStreamId(sendStreamId),
       _receiveStreamId(receiveStreamId),
       _factory(std::move(factory)),
-      _requests(&newRequestId),
+      _requests(&newId<struct RequestIds>),
       _envelopes(_kdaHelper.getFactory()),
       _options(options) {
   static_cast<void>(

@@ -1,15 +1,17 @@
 #include "cppmicroservices/Constants.h"
 
+#include "ConstantNames.hpp"
+
 namespace cppmicroservices::Constants {
 
-const std::string SYSTEM_BUNDLE_LOCATION = "System Bundle";
-const std::string SYSTEM_BUNDLE_SYMBOLICNAME = "system_bundle";
-const std::string OBJECTCLASS = "objectclass";
-const std::string SERVICE_ID = "service.id";
-const std::string SERVICE_RANKING = "service.ranking";
-const std::string SERVICE_SCOPE = "service.scope";
-const std::string SCOPE_SINGLETON = "singleton";
-const std::string SCOPE_BUNDLE = "bundle";
-const std::string SCOPE_PROTOTYPE = "prototype";
+const std::string SYSTEM_BUNDLE_LOCATION = names::systemBundleLocation;
+const std::string SYSTEM_BUNDLE_SYMBOLICNAME = names::systemBundleSymbolicName;
+const std::string OBJECTCLASS = names::objectClass;
+const std::string SERVICE_ID = names::serviceId;
+const std::string SERVICE_RANKING = names::serviceRanking;
+const std::string SERVICE_SCOPE = names::serviceScope;
+const std::string SCOPE_SINGLETON = names::scopeSingleton;
+const std::string SCOPE_BUNDLE = names::scopeBundle;
+const std::string SCOPE_PROTOTYPE = names::scopePrototype;
 
 }  // namespace cppmicroservices::Constants

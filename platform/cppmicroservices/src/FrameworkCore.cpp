@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <ranges>
 
-#include "cppmicroservices/Constants.h"
+#include "ConstantNames.hpp"
 
 namespace cppmicroservices::detail {
 
 FrameworkCore::FrameworkCore()
-    : _system(std::make_shared<BundleData>(0, Constants::SYSTEM_BUNDLE_SYMBOLICNAME,
-                                           Constants::SYSTEM_BUNDLE_LOCATION, std::nullopt)),
+    : _system(std::make_shared<BundleData>(0, names::systemBundleSymbolicName, names::systemBundleLocation,
+                                           std::nullopt)),
       _bundles{_system} {}
 
 Bundle FrameworkCore::handle(const std::shared_ptr<BundleData>& data) {

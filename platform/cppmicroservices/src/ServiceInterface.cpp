@@ -6,7 +6,7 @@
 
 namespace cppmicroservices::detail {
 
-const std::string factoryKey = "org.cppmicroservices.factory";
+const std::string& factoryKey = *new const std::string("org.cppmicroservices.factory");
 
 std::string demangledName(const std::type_info& type) {
   int status = 0;

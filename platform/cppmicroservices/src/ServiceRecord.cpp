@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "BundleData.hpp"
+#include "ConstantNames.hpp"
 #include "FrameworkCore.hpp"
 #include "ServiceInstance.hpp"
 #include "TextCase.hpp"
-#include "cppmicroservices/Constants.h"
 #include "cppmicroservices/PrototypeServiceFactory.h"
 
 namespace cppmicroservices::detail {
@@ -46,10 +46,10 @@ std::vector<std::string> interfacesOf(const InterfaceMapConstPtr& service) {
 std::string scopeOf(const InterfaceMapConstPtr& service) {
   const auto factory = factoryOf(service);
   if (!factory) {
-    return Constants::SCOPE_SINGLETON;
+    return names::scopeSingleton;
   }
-  return std::dynamic_pointer_cast<PrototypeServiceFactory>(factory) ? Constants::SCOPE_PROTOTYPE
-                                                                     : Constants::SCOPE_BUNDLE;
+  return std::dynamic_pointer_cast<PrototypeServiceFactory>(factory) ? names::scopePrototype
+                                                                     : names::scopeBundle;
 }
 
 bool implementsAll(const InterfaceMapConstPtr& objects, const std::vector<std::string>& interfaces) {
@@ -86,7 +86,7 @@ ServiceRecord::ServiceRecord(long id, const Bundle& owner, InterfaceMapConstPtr 
 ServiceRecord::~ServiceRecord() = default;
 
 bool ServiceRecord::isPrototype() const {
-  return _scope == Constants::SCOPE_PROTOTYPE;
+  return _scope == names::scopePrototype;
 }
 
 bool ServiceRecord::isRegistered() const {
@@ -95,7 +95,7 @@ bool ServiceRecord::isRegistered() const {
 
 int ServiceRecord::ranking() const {
   const auto all = properties();
-  const int* ranking = any_cast<int>(findProperty(*all, Constants::SERVICE_RANKING));
+  const int* ranking = any_cast<int>(findProperty(*all, names::serviceRanking));
   return ranking == nullptr ? 0 : *ranking;
 }
 
@@ -112,13 +112,12 @@ std::shared_ptr<const ServiceProperties> ServiceRecord::properties() const {
 
 void ServiceRecord::setProperties(const ServiceProperties& properties) {
   auto all = std::make_shared<ServiceProperties>(properties);
-  for (const auto* reserved : {&Constants::OBJECTCLASS, &Constants::SERVICE_ID, &Constants::SERVICE_SCOPE}) {
-    std::erase_if(*all,
-                  [reserved](const auto& property) { return equalIgnoringCase(property.first, *reserved); });
+  for (const std::string_view reserved : {names::objectClass, names::serviceId, names::serviceScope}) {
+    std::erase_if(*all, [&](const auto& property) { return equalIgnoringCase(property.first, reserved); });
   }
-  all->insert_or_assign(Constants::OBJECTCLASS, Any(_interfaces));
-  all->insert_or_assign(Constants::SERVICE_ID, Any(_id));
-  all->insert_or_assign(Constants::SERVICE_SCOPE, Any(_scope));
+  all->insert_or_assign(names::objectClass, Any(_interfaces));
+  all->insert_or_assign(names::serviceId, Any(_id));
+  all->insert_or_assign(names::serviceScope, Any(_scope));
   const std::lock_guard lock(_mutex);
   _properties = std::move(all);
 }

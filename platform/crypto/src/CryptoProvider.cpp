@@ -2,12 +2,16 @@
 
 #include <openssl/err.h>
 #include <openssl/rand.h>
+#include <sys/random.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <string>
 
 #include "RandomReserve.hpp"
+#include "kestrel/callbacks/ExitGate.hpp"
 #include "kestrel/crypto/CryptoException.hpp"
 
 namespace kestrel::crypto {
@@ -25,7 +29,29 @@ std::string takeErrorTexts() {
   return texts.empty() ? "OpenSSL gave no reason" : texts;
 }
 
+/// Open until OpenSSL takes its state down, which it does while the process ends and threads may still draw.
+callbacks::ExitGate& openSsl() {
+  static auto* const gate = new callbacks::ExitGate;
+  return *gate;
+}
+
+/// The kernel's generator, which OpenSSL seeds its own from.
+void drawFromKernel(std::uint8_t* out, std::size_t size) {
+  while (size > 0) {
+    const auto drawn = getrandom(out, size, 0);
+    if (drawn < 0 && errno == EINTR) continue;
+    if (drawn <= 0) {
+      throw CryptoException("CryptoProvider: expected " + std::to_string(size) +
+                            " random bytes of the kernel, got none: " + std::strerror(errno));
+    }
+    out += drawn;
+    size -= static_cast<std::size_t>(drawn);
+  }
+}
+
 void drawBytes(std::uint8_t* out, std::size_t size) {
+  const auto pass = openSsl().enter();
+  if (!pass) return drawFromKernel(out, size);
   constexpr unsigned defaultStrength = 0;
   ERR_clear_error();  // a failure must not be reported with somebody else's old errors
   if (RAND_bytes_ex(nullptr, out, size, defaultStrength) == 1) return;
@@ -36,11 +62,14 @@ void drawBytes(std::uint8_t* out, std::size_t size) {
 }  // namespace
 
 CryptoProvider::CryptoProvider() {
+  const auto pass = openSsl().enter();
+  if (!pass) return;
   ERR_clear_error();
   if (RAND_status() != 1) {
     throw CryptoException("CryptoProvider: expected a seeded random generator, got none: " +
                           takeErrorTexts());
   }
+  static const callbacks::ExitGate::Closer closer(openSsl());  // after OpenSSL's own clean-up is registered
 }
 
 void CryptoProvider::randomBytes(std::uint8_t* out, std::size_t size) {
@@ -52,7 +81,8 @@ void CryptoProvider::randomBytes(std::uint8_t* out, std::size_t size) {
 
 void CryptoProvider::addSeed(const std::uint8_t* seed, std::size_t size) {
   constexpr double assumedEntropy = 0.0;  // the caller's bytes may be known to others
-  while (size > 0) {
+  const auto pass = openSsl().enter();
+  while (pass && size > 0) {
     const auto part = std::min<std::size_t>(size, INT_MAX);
     RAND_add(seed, static_cast<int>(part), assumedEntropy);
     seed += part;

@@ -8,13 +8,12 @@
 #include <boost/log/attributes/current_thread_id.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/log/core/record.hpp>
-#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 
+#include "kestrel/callbacks/ExitGate.hpp"
 #include "kestrel/diagnostics/SeveritySettings.hpp"
 
 namespace kestrel::diagnostics {
@@ -43,55 +42,49 @@ class Output {
 
   void set(std::shared_ptr<const Way> way) {
     const std::lock_guard lock(_mutex);
-    if (_ended) return;
     _isOn = way != nullptr;
     _way.swap(way);
   }
 
+  bool isOn() const { return _isOn; }
   std::shared_ptr<const Way> way() {
-    if (!_isOn) return nullptr;
     const std::lock_guard lock(_mutex);
     return _way;
   }
 
-  /// Records under way get a moment: what they use goes next. Not for ever, as a sink may be what ends the
-  /// process.
-  void end() {
-    const std::weak_ptr<const Way> inUse = way();
-    set(nullptr);
-    {
-      const std::lock_guard lock(_mutex);
-      _ended = true;
-    }
-    for (int i = 0; i < 100 && !inUse.expired(); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-  }
+  /// Open until the static objects of Boost.Log go.
+  callbacks::ExitGate gate;
 
  private:
   std::atomic<bool> _isOn{false};  // spares the mutex where nobody wants the records
   std::mutex _mutex;
-  // Guarded by _mutex.
-  std::shared_ptr<const Way> _way;
-  bool _ended = false;
+  std::shared_ptr<const Way> _way;  // guarded by _mutex
 };
 
+/// Made after what the way uses, so destroyed before it. Gives the core back, for the host's sinks go with
+/// it.
 struct EndsOutput {
-  ~EndsOutput() { Output::shared().end(); }
+  ~EndsOutput() { Output::shared().set(nullptr); }
+  callbacks::ExitGate::Closer closer{Output::shared().gate};
 };
 
 }  // namespace
 
 void setBoostLogOutput(bool on) {
-  if (!on) return Output::shared().set(nullptr);
-  Output::shared().set(std::make_shared<const Way>());
-  static const EndsOutput atTheEnd;  // made after what the way uses, so it goes before
+  auto& output = Output::shared();
+  const auto pass = output.gate.enter();
+  if (!on || !pass) return output.set(nullptr);
+  output.set(std::make_shared<const Way>());
+  static const EndsOutput atTheEnd;
 }
 
 void writeToBoostLog(const Record& record) {
   namespace attributes = logging::attributes;
-  const auto way = Output::shared().way();
-  if (!way) return;
+  auto& output = Output::shared();
+  if (!output.isOn()) return;
+  const auto pass = output.gate.enter();
+  const auto way = output.way();
+  if (!pass || !way) return;
   logging::attribute_set set;
   set.insert(way->channel, attributes::constant<std::string>(std::string(record.channel)));
   set.insert(way->severity, attributes::constant<SeverityMask>(static_cast<SeverityMask>(record.severity)));

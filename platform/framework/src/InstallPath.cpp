@@ -20,8 +20,8 @@ struct Override {
 };
 
 Override& hostOverride() {
-  static Override instance;
-  return instance;
+  static auto* const instance = new Override;  // never freed: threads may look it up while the process ends
+  return *instance;
 }
 
 fs::path withoutTrailingSeparator(const fs::path& path) {

@@ -15,7 +15,7 @@ namespace {
 constexpr std::chrono::milliseconds slice{250};  // how soon a reconnect is noticed
 constexpr std::chrono::milliseconds handover{1500};
 constexpr std::chrono::milliseconds confirmTime{1000};
-const std::string acknowledgement = "+ACK";
+constexpr std::string_view acknowledgement = "+ACK";
 constexpr std::chrono::milliseconds pause{100};  // before the second attempt to attach; it grows
 constexpr std::chrono::seconds longLife{5};      // of a reader; after shorter ones the pauses go on growing
 constexpr std::uint64_t leastWaiting = 64ULL << 20;  // for pieces that overtook one that is tried again
@@ -232,7 +232,7 @@ void DurableReceiver::takeUnshown() {
 void DurableReceiver::takeStored(const DeliveryNumbers& numbers, const std::string& reply,
                                  Incoming incoming) {
   if (numbers.count != ++_count) return detach();  // something on the way to us was dropped
-  _reached = std::max(_reached, numbers.stored);  // one that was forgotten may come again
+  _reached = std::max(_reached, numbers.stored);   // one that was forgotten may come again
   const auto arrival = _position.arrived(numbers.stored, reply);
   if (arrival.expired > 0) {
     // Those of producers known here are counted by their own numbers.
@@ -297,7 +297,7 @@ void DurableReceiver::confirmAcknowledgements() {
 
 void DurableReceiver::acknowledge(const std::string& subject) {
   if (subject.empty()) return;
-  (void)_connection->outbox().post({makeSignal(subject, acknowledgement), 256, 0, nullptr, 0});
+  (void)_connection->outbox().post({makeSignal(subject, std::string(acknowledgement)), 256, 0, nullptr, 0});
   _lastAcknowledged = subject;
 }
 

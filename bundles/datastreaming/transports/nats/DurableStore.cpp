@@ -22,7 +22,7 @@ constexpr std::chrono::seconds duplicates{120};
 // The server reserves what a store may hold for as long as it exists; should the process be killed, for good.
 constexpr std::int64_t mostAnonymous = 256LL << 20;
 
-const std::string beginning = "begins after ";
+constexpr std::string_view beginning = "begins after ";
 
 std::uint64_t readBeginning(const char* description) {
   const std::string text = description == nullptr ? "" : description;
@@ -118,7 +118,7 @@ DurableStore::State DurableStore::state(jsCtx* js) const {
 
 void DurableStore::addReader(jsCtx* js, const std::string& deliverTo, std::uint64_t startsAfter) const {
   // The server does not tell later where a reader began, so its description does.
-  const std::string description = beginning + std::to_string(startsAfter);
+  const std::string description = std::string(beginning) + std::to_string(startsAfter);
   jsConsumerConfig config;
   require(jsConsumerConfig_Init(&config), "preparing a reader");
   config.Durable = SubjectNames::reader.c_str();

@@ -56,7 +56,7 @@ void LiveProducer::open() {
 }
 
 ProducerBase::Outcome LiveProducer::transmit(const Outgoing& message) {
-  static const std::string noReply;
+  static const auto& noReply = *new const std::string;  // never destroyed
   auto made =
       makeMessage({_subject, noReply, message.stamp, message.data, message.size, message.attributes, false},
                   _connection->maxPayload());

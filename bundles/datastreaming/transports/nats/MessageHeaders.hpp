@@ -10,12 +10,13 @@
 
 namespace kestrel::streams {
 
-/// Names of the headers of our messages.
+/// Names of the headers of our messages. Never destroyed: messages come and go until the process has ended.
 struct MessageHeaders {
-  inline static const std::string stamp = "Kestrel-Stamp";
-  inline static const std::string event = "Kestrel-Event";  ///< instead of a stamp
-  inline static const std::string attributePrefix = "Kestrel-A-";
-  inline static const std::string messageId = "Nats-Msg-Id";  ///< the server's own, for its duplicate check
+  inline static const std::string& stamp = *new const std::string("Kestrel-Stamp");
+  inline static const std::string& event = *new const std::string("Kestrel-Event");  ///< instead of a stamp
+  inline static const std::string& attributePrefix = *new const std::string("Kestrel-A-");
+  inline static const std::string& messageId =
+      *new const std::string("Nats-Msg-Id");  ///< the server's own, for its duplicate check
 };
 
 /// "version.producer.sequence.payload.index.refused.flags": the producer in hexadecimal; flags are 'c' for a

@@ -10,7 +10,7 @@
 
 namespace kestrel::streams {
 
-using datastreaming::DataSteamingConfig;
+using datastreaming::lasting::DataSteamingConfig;
 
 namespace {
 
@@ -80,7 +80,8 @@ Setter number(T NatsEndpoint::*member, long least, long most) {
 constexpr long day = 24L * 3600;
 
 const std::map<std::string, Setter>& setters() {
-  static const std::map<std::string, Setter> table{
+  static const auto& table = *new const std::map<std::string, Setter>{
+      // never destroyed
       {"delivery", setDelivery},
       {"inbox_prefix", setInboxPrefix},
       {"max_age_s", number(&NatsEndpoint::maxAge, 1, 3650 * day)},

@@ -16,7 +16,7 @@
 
 namespace kestrel::streams {
 
-using datastreaming::DataSteamingErrorCodes;
+using datastreaming::lasting::DataSteamingErrorCodes;
 
 namespace {
 

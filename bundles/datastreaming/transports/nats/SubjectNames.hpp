@@ -20,8 +20,8 @@ struct SubjectNames {
   std::string durable;  ///< subject of stored messages
   std::string store;    ///< the JetStream stream that stores them
 
-  /// The one consumer of a store.
-  inline static const std::string reader = "kestrel";
+  /// The one consumer of a store; the name is never destroyed.
+  inline static const std::string& reader = *new const std::string("kestrel");
 };
 
 }  // namespace kestrel::streams

@@ -4,7 +4,7 @@
 
 namespace kestrel::streams {
 
-using datastreaming::MessageAttributes;
+using datastreaming::lasting::MessageAttributes;
 
 ChunkMark readChunkMark(const datastreaming::AttributeMap& attributes) {
   ChunkMark mark;

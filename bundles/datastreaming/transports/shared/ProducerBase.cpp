@@ -79,8 +79,9 @@ std::shared_future<std::string> ProducerBase::refuse(const Refusal& refusal) {
 }
 
 const std::shared_future<std::string>& ProducerBase::emptyAcknowledgement() {
-  static const std::shared_future<std::string> ready = readyAcknowledgement({});
-  return ready;
+  // Never destroyed: messages are sent until the very end of the process.
+  static const auto* const ready = new std::shared_future<std::string>(readyAcknowledgement({}));
+  return *ready;
 }
 
 std::shared_future<std::string> ProducerBase::readyAcknowledgement(std::string messageId) {

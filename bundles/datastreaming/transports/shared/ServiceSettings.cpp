@@ -9,7 +9,7 @@
 
 namespace kestrel::streams {
 
-using datastreaming::DataSteamingConfig;
+using datastreaming::lasting::DataSteamingConfig;
 
 namespace {
 

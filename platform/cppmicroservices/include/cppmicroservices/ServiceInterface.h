@@ -22,30 +22,32 @@ namespace detail {
 
 CPPMICROSERVICES_EXPORT std::string demangledName(const std::type_info& type);
 
-/// The entry of an interface map under which a service factory stands.
-CPPMICROSERVICES_EXPORT extern const std::string factoryKey;
+/// The entry of an interface map under which a service factory stands. Never destroyed.
+CPPMICROSERVICES_EXPORT extern const std::string& factoryKey;
 
 }  // namespace detail
 }  // namespace cppmicroservices
 
 /// The identifier under which the registry knows an interface: its demangled name, unless declared otherwise.
+/// Identifiers are never destroyed, as threads may look services up while the process ends.
 template <class T>
 const std::string& us_service_interface_iid() {
-  static const std::string identifier = cppmicroservices::detail::demangledName(typeid(T));
-  return identifier;
+  static const auto* const identifier =
+      new std::string(cppmicroservices::detail::demangledName(typeid(T)));
+  return *identifier;
 }
 template <>
 inline const std::string& us_service_interface_iid<void>() {
-  static const std::string none;
-  return none;
+  static const auto* const none = new std::string;
+  return *none;
 }
 
 /// Gives an interface its identifier. To be used in the global namespace, in the header of the interface.
 #define CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(interfaceType, interfaceIdentifier) \
   template <>                                                                          \
   inline const std::string& us_service_interface_iid<interfaceType>() {                \
-    static const std::string identifier(interfaceIdentifier);                          \
-    return identifier;                                                                 \
+    static const auto* const identifier = new std::string(interfaceIdentifier);        \
+    return *identifier;                                                                \
   }
 
 namespace cppmicroservices {

@@ -1,0 +1,102 @@
+// Ends, in one of several ways, while messengers are at work on threads of the host and of the library.
+// Nothing of the host's is destroyed that a thread may still use, so whatever goes wrong is the library's.
+//   ends_busy <how> <endpoint>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <stdexcept>
+#include <thread>
+
+#include "kestrel/host/Host.hpp"
+#include "remote_connectivity/asyncio/util/DataStreamMessengerFactory.hpp"
+#include "remote_connectivity/asyncio/util/KDAHelper.hpp"
+#include "remote_connectivity/asyncio/util/UUIDAdaptor.hpp"
+
+namespace {
+
+using namespace remote_connectivity::asyncio::util;
+using namespace std::chrono_literals;
+using Messenger = std::unique_ptr<ISendReceiveMessenger>;
+
+constexpr int exitCode = 7;
+
+/// A flow without end between two messengers of its own.
+struct Flow {
+  explicit Flow(DataStreamMessengerFactory& factory, bool buffered)
+      : options{{"producerUsesBuffer", buffered}, {"masgSizeRate", 100000UL}, {"msgSizeLimit", 3000UL}},
+        here(factory.createSendReceiveMessenger(names + "there", names + "here", options)),
+        there(factory.createSendReceiveMessenger(names + "here", names + "there", options)) {
+    there->setReceiveHandler(
+        [](const DataStruct&) { throw std::runtime_error("refused, so that it is logged"); });
+    there->setRequestHandler([this](const DataStruct& request) {
+      onRequest();
+      return request;
+    });
+  }
+
+  void send() { here->send(message); }
+  void request() { (void)here->request(message); }
+
+  const DataStruct message{KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, "busy"};
+  const std::string names = UUIDAdaptor()();
+  const std::unordered_map<std::string, std::any> options;
+  std::function<void()> onRequest = [] {};
+  Messenger here, there;
+};
+
+/// Repeats the work on a thread that nobody waits for. What fails because everything ends is no fault.
+void repeat(std::function<void()> work) {
+  std::thread([work = std::move(work)] {
+    while (true) {
+      try {
+        work();
+      } catch (const std::exception&) {
+        std::this_thread::sleep_for(1ms);
+      }
+    }
+  }).detach();
+}
+
+/// Messengers that static destruction takes while others send to them.
+struct Kept {
+  std::unique_ptr<kestrel::host::Host> host = std::make_unique<kestrel::host::Host>();
+  std::unique_ptr<DataStreamMessengerFactory> factory;
+  Messenger receiver;
+};
+
+void startFlows(DataStreamMessengerFactory& factory, bool exitsFromHandler) {
+  for (const bool buffered : {false, true}) {
+    auto* const flow = new Flow(factory, buffered);
+    for (int i = 0; i < 2; ++i) repeat([flow] { flow->send(); });
+    repeat([flow] { flow->request(); });
+    if (!exitsFromHandler) continue;
+    flow->onRequest = [until = std::chrono::steady_clock::now() + 50ms] {
+      if (std::chrono::steady_clock::now() > until) std::exit(exitCode);
+    };
+  }
+  repeat([&factory] { (void)factory.createSendReceiveMessenger(); });
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+  const std::string how = arguments[1];
+  const std::string endpoint = arguments[2];
+  static Kept kept;
+  kept.factory = std::make_unique<DataStreamMessengerFactory>("", endpoint);
+  kept.receiver = kept.factory->createSendReceiveMessenger("", "kept");
+  auto* const factory = new DataStreamMessengerFactory("", endpoint);
+  startFlows(*factory, how == "handler");
+  auto* const sender = factory->createSendReceiveMessenger("kept", "").release();
+  const DataStruct message{KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, ""};
+  repeat([sender, message] { sender->send(message); });
+  if (how == "thread")
+    std::thread([] {
+      std::this_thread::sleep_for(60ms);
+      std::exit(exitCode);
+    }).detach();
+  if (how != "main") std::this_thread::sleep_for(60s);
+  std::this_thread::sleep_for(60ms);
+  return exitCode;
+}

@@ -18,7 +18,7 @@ constexpr std::chrono::seconds defaultTimeout{20};
 }  // namespace
 
 std::chrono::seconds getRequestTimeout() {
-  const char* value = std::getenv(variable);
+  const char* value = secure_getenv(variable);
   if (value == nullptr) return defaultTimeout;
   try {
     const int before = errno;

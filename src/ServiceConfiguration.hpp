@@ -14,7 +14,7 @@ using ServiceConfiguration = std::unordered_map<std::string, std::any>;
 /// anything.
 [[nodiscard]] inline std::string argumentOrEnvironment(std::string argument, const char* variable) {
   if (!argument.empty()) return argument;
-  const char* value = std::getenv(variable);
+  const char* value = secure_getenv(variable);
   return value == nullptr ? std::string() : std::string(value);
 }
 

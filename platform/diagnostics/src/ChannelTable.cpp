@@ -11,7 +11,7 @@ namespace {
 
 ChannelTable* makeFromEnvironment() {
   auto* table = new ChannelTable;
-  const char* text = std::getenv("KESTREL_LOG");
+  const char* text = secure_getenv("KESTREL_LOG");
   for (const auto& entry : applySeverityTextTo(*table, text ? text : "")) {
     writeLineToStandardError(
         "KESTREL_LOG: entry ignored, expected <channel>=<severity>[,<severity>...], got \"" + entry + "\"");

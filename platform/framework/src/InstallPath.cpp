@@ -71,7 +71,7 @@ std::u16string get_install_path() {
       return override.path;
     }
   }
-  if (const char* configured = std::getenv("KESTREL_INSTALL_PATH");
+  if (const char* configured = secure_getenv("KESTREL_INSTALL_PATH");
       configured != nullptr && *configured != '\0') {
     return toWide(withoutTrailingSeparator(configured).native());
   }

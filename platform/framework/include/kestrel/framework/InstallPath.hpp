@@ -8,9 +8,9 @@
 namespace kestrel::framework {
 
 /// The directory the host is installed in, without a trailing separator. What setInstallPath() has set comes
-/// first, then the environment variable KESTREL_INSTALL_PATH, then the nearest directory above this library
-/// that holds bin/osarch64. Empty if there is none. Any thread, save that the environment must not change
-/// meanwhile.
+/// first, then the environment variable KESTREL_INSTALL_PATH (not in a process with more rights than its
+/// caller, as a setuid program has them), then the nearest directory above this library that holds
+/// bin/osarch64. Empty if there is none. Any thread, save that the environment must not change meanwhile.
 [[nodiscard]] KESTREL_EXPORT std::u16string get_install_path();
 
 /// For hosts: overrides the installation directory; an empty path takes the override back. Any thread.

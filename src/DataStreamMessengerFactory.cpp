@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Constants.hpp"
+#include "MessengerLog.hpp"
 #include "NewId.hpp"
 #include "SendReceiveDataStream.hpp"
 #include "ServiceConfiguration.hpp"
@@ -39,7 +40,13 @@ std::pair<std::string, std::string> newStreamIds() {
 
 DataStreamMessengerFactory::DataStreamMessengerFactory(std::string token, std::string endpoint) {
   const auto framework = kestrel::framework::getFramework();  // kept alive until the service is found
-  if (kestrel::framework::installAndStart(bundleDirectory()).empty()) {
+  const auto directory = bundleDirectory();
+  if (kestrel::framework::installAndStart(directory).empty()) {
+    messengerLog().log(
+        kestrel::diagnostics::Severity::error, "No bundle was taken from \"",
+        kestrel::framework::toNarrow(directory),
+        "\"; the installation path comes from the Host, KESTREL_INSTALL_PATH or the place of the "
+        "libraries");
     throw std::runtime_error("No bundles for DataStreaming");
   }
   _streamsFactory = kestrel::framework::findService<StreamsFactory>();

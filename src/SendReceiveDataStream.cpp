@@ -29,7 +29,8 @@ SendReceiveDataStream::SendReceiveDataStream(const std::string& sendStreamId,
   try {
     if (!_factory) {
       throw std::runtime_error(
-          "A messenger needs the data-streaming service, but no \"StreamsFactory\" is registered.");
+          "A messenger needs the data-streaming service, but no \"StreamsFactory\" is registered. Create a "
+          "kestrel::host::Host, or set the framework of your own, before the messenger factory.");
     }
     if (!sendStreamId.empty()) _sendPath = createProducer(sendStreamId);
     createConsumer(receiveStreamId);

@@ -107,13 +107,17 @@ TEST(Factory, FailsWhereThereAreNoBundles) {
   const auto directory = std::filesystem::path(testing::TempDir()) / "kestrel-no-bundles";
   std::filesystem::create_directories(directory);
   const kestrel::host::Host host({.installPath = directory});
+  const LogCapture log;
   EXPECT_THAT([] { DataStreamMessengerFactory("", ""); },
               testing::ThrowsMessage<std::runtime_error>("No bundles for DataStreaming"));
+  EXPECT_THAT(log.texts("asyncio::util", Severity::error),
+              testing::ElementsAre(testing::HasSubstr(directory.native() + "/bin/osarch64/")));
 }
 
 TEST(Factory, IsMadeWithoutAFrameworkButItsMessengersAreNot) {
   DataStreamMessengerFactory factory("token", "");
-  EXPECT_THROW((void)factory.createSendReceiveMessenger("a", "b", {}), std::runtime_error);
+  EXPECT_THAT([&] { (void)factory.createSendReceiveMessenger("a", "b", {}); },
+              testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr("kestrel::host::Host")));
   EXPECT_THAT(factory.statistics(), IsEmpty());
 }
 

@@ -3,6 +3,14 @@
 #   kestrel_add_bundle(<target> SYMBOLIC_NAME <name> DIRECTORY <dir> SOURCES file... [LIBS target...] [NO_INSTALL])
 # The symbolic name is a C identifier. The bundle lies in <dir> under the bundle root, in the build tree and
 # in the installed one. With NO_INSTALL it is meant for tests and lies in tests/bundles/<dir>.
+
+# The symbol that tells a bundle from other shared objects before any of its code runs. CppMicroServices needs
+# none: it reads the manifest of a bundle before it loads it.
+set(KESTREL_BUNDLE_MARKER "")
+if(TARGET kestrel_cppmicroservices)
+  set(KESTREL_BUNDLE_MARKER "cppmicroservices_bundle_symbolic_name")
+endif()
+
 function(kestrel_add_bundle target)
   cmake_parse_arguments(ARG "NO_INSTALL" "SYMBOLIC_NAME;DIRECTORY" "SOURCES;LIBS" ${ARGN})
   if(NOT ARG_SYMBOLIC_NAME MATCHES "^[A-Za-z_][A-Za-z0-9_]*$" OR NOT ARG_DIRECTORY OR NOT ARG_SOURCES)

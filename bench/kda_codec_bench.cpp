@@ -42,6 +42,7 @@ std::vector<std::uint8_t> encoded(const Array& array) {
 }
 
 Array decoded(const std::vector<std::uint8_t>& bytes) {
+  context().checkEncoding(bytes.data(), bytes.size());
   auto message = context().createKESTREL_Array();
   static_cast<void>(message->ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
   return context().convertFromProtobuf(std::move(message));

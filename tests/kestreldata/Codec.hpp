@@ -4,6 +4,7 @@
 #include <kestreldata/SerializationContext.hpp>
 #include <kestreldata/kestreldata.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -37,7 +38,17 @@ struct Codec {
   }
 
   /// The result of parsing is ignored on purpose: torn bytes must be found out by the conversion.
+  /// The same encoding with a filler before it, so long that it is walked over before it is parsed.
+  [[nodiscard]] static std::vector<std::uint8_t> enlarged(std::span<const std::uint8_t> bytes) {
+    constexpr std::uint8_t start[] = {5 << 3 | 2, 0x80, 0x80, 1};
+    std::vector<std::uint8_t> result(sizeof(start) + 16384 + bytes.size());
+    std::ranges::copy(start, result.begin());
+    std::ranges::copy_backward(bytes, result.end());
+    return result;
+  }
+
   [[nodiscard]] kestreldata::Array decode(std::span<const std::uint8_t> bytes) const {
+    context.checkEncoding(bytes.data(), bytes.size());
     auto message = context.createKESTREL_Array();
     static_cast<void>(message->ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
     return context.convertFromProtobuf(std::move(message));

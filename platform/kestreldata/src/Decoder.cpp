@@ -4,10 +4,12 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "BodyAccess.hpp"
+#include "Requirement.hpp"
 #include "Wire.hpp"
 #include "kestreldata/Exceptions.hpp"
 
@@ -16,16 +18,6 @@ namespace kestreldata::detail {
 static_assert(std::endian::native == std::endian::little, "payloads travel as they lie in memory");
 
 namespace {
-
-void require(bool holds, const char* what, std::size_t expected, std::size_t actual) {
-  if (!holds)
-    throw SerializationException("Invalid array message: expected " + std::string(what) + " " +
-                                 std::to_string(expected) + ", got " + std::to_string(actual));
-}
-
-void requireEqual(const char* what, std::size_t expected, std::size_t actual) {
-  require(expected == actual, what, expected, actual);
-}
 
 ArrayType typeOf(const KESTREL_Array& message) {
   return static_cast<ArrayType>(message.type());
@@ -71,7 +63,7 @@ void checkFields(const KESTREL_Array& message, std::size_t elements) {
 }
 
 // Everything is checked before anything is built, so that a message cannot make the decoder allocate more
-// than it has brought itself.
+// than it has brought itself. (What parsing it has cost is what checkEncoding() is for.)
 void check(const KESTREL_Array& message, std::size_t depth) {
   require(depth <= maxNestingDepth, "a nesting depth of at most", maxNestingDepth, depth);
   requireEqual("the end mark of the whole message,", depth == 1 ? endMark : 0, message.end_mark());
@@ -100,18 +92,28 @@ Strings takeStrings(const KESTREL_Array& message) {
   return strings;
 }
 
+Array build(KESTREL_Array& message);
+
+// Each cell's message goes as soon as its array stands, so that never both of all cells are in memory.
+Cells takeCells(KESTREL_Array& message) {
+  auto& messages = *message.mutable_cells();
+  Cells cells(sizeOf(messages.size()));
+  for (std::size_t i = cells.size(); i > 0; --i) {
+    const std::unique_ptr<KESTREL_Array> cell(messages.ReleaseLast());
+    cells[i - 1] = build(*cell);
+  }
+  return cells;
+}
+
 Array build(KESTREL_Array& message) {
   const ArrayType type = typeOf(message);
   Dimensions dimensions = dimensionsOf(message);
+  if (type == ArrayType::DOUBLE && dimensions == Dimensions()) return {};
   const std::size_t elements = *elementCount(dimensions, storedElementSize(type));
   if (type == ArrayType::STRING)
     return BodyAccess::make(type, std::move(dimensions), elements, takeStrings(message));
-  if (type == ArrayType::CELL) {
-    Cells cells;
-    cells.reserve(elements);
-    for (KESTREL_Array& cell : *message.mutable_cells()) cells.push_back(build(cell));
-    return BodyAccess::make(type, std::move(dimensions), elements, std::move(cells));
-  }
+  if (type == ArrayType::CELL)
+    return BodyAccess::make(type, std::move(dimensions), elements, takeCells(message));
   Bytes bytes;
   if (elements > 0) bytes = std::move(*message.mutable_payload());
   return BodyAccess::make(type, std::move(dimensions), elements, std::move(bytes));

@@ -112,11 +112,15 @@ void EncodedArray::Layout::examine(const Array& array, std::size_t depth) {
   if (depth > maxNestingDepth)
     throw SerializationException("Expected cells nested at most " + std::to_string(maxNestingDepth) +
                                  " deep, got a deeper array");
+  if (depth > 1) _structure.addArrays(1);
+  if (const Body* const body = BodyAccess::body(array))
+    _structure.addHigherDimensions(body->dimensions.higher.size());
   Node node;
   if (const Bytes* const bytes = bytesOf(array)) {
     count(bytes->size());
     if (bytes->size() >= smallestAlignedPayload) node.filler = payloadAlignment;
   } else if (const Strings* const strings = stringsOf(array)) {
+    _structure.addStrings(strings->size());
     for (const auto& string : *strings) count(1 + (string ? string->size() * sizeof(char16_t) : 0));
   }
   count(leastFrameSize + headerSize(array));

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "StructureCost.hpp"
 #include "kestreldata/EncodedArray.hpp"
 #include "kestreldata/detail/Body.hpp"
 
@@ -27,6 +28,7 @@ class EncodedArray::Layout {
   std::vector<Node> _nodes;
   std::size_t _cursor = 0;   // the node of the array that comes next
   std::size_t _counted = 0;  // bytes that will be needed at least
+  detail::StructureCost _structure;
   bool _hasFillers = false;
 };
 

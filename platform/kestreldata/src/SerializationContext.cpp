@@ -1,12 +1,20 @@
 #include "kestreldata/SerializationContext.hpp"
 
+#include <cstdint>
 #include <memory>
+#include <string>
 
 #include "Decoder.hpp"
+#include "EncodingScan.hpp"
+#include "Wire.hpp"
 #include "kestreldata/ArrayFactory.hpp"
 #include "kestreldata/Exceptions.hpp"
 
 namespace kestreldata {
+
+// Parsing a smaller encoding takes up less than 2 MB whatever it holds, and walking over it first would cost
+// a noticeable part of decoding it.
+constexpr std::size_t smallEncoding = 16 * 1024;
 
 DataFrameWriter::~DataFrameWriter() = default;
 DataFrameReader::~DataFrameReader() = default;
@@ -22,6 +30,15 @@ std::unique_ptr<KESTREL_Array> SerializationContext::createKESTREL_Array() const
 
 std::unique_ptr<const EncodedArray> SerializationContext::convertToProtobuf(const Array& array) const {
   return std::unique_ptr<const EncodedArray>(new EncodedArray(array));
+}
+
+void SerializationContext::checkEncoding(const void* data, std::size_t size) const {
+  if (size < smallEncoding) return;
+  if (size > detail::maxEncodedBytes)
+    throw SerializationException("Expected an array message of at most " +
+                                 std::to_string(detail::maxEncodedBytes) + " bytes, got " +
+                                 std::to_string(size));
+  detail::scanEncoding({static_cast<const std::uint8_t*>(data), size});
 }
 
 Array SerializationContext::convertFromProtobuf(std::unique_ptr<KESTREL_Array> message) const {

@@ -24,6 +24,10 @@ enum class Tag : std::uint8_t {
   endMark = 15 << 3 | 5,
 };
 
+[[nodiscard]] constexpr std::uint64_t fieldNumber(Tag tag) noexcept {
+  return static_cast<std::uint8_t>(tag) >> 3;
+}
+
 /// No byte of it is 0: a parser that reads past the end of a message that was cut short finds zeros there,
 /// and must not find the mark complete.
 inline constexpr std::uint32_t endMark = 0x9d5ec3a7;

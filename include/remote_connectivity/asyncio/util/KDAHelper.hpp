@@ -54,7 +54,9 @@ class REMOTE_CONNECTIVITY_EXPORT KDAHelper {
   /// The protobuf encoding of the array, empty if encoding fails.
   [[nodiscard]] std::vector<std::uint8_t> kdaToProtobufBytes(const kestreldata::Array& array);
 
-  /// The array that kdaToProtobufBytes() encoded. Throws the array library's error for anything else.
+  /// The array that kdaToProtobufBytes() encoded. Throws the array library's error for anything else. Takes
+  /// up at most twice the size of the bytes, and 1 GiB for cells and strings
+  /// (SerializationContext::checkEncoding), whatever the bytes are.
   [[nodiscard]] kestreldata::Array kdaFromProtobuf(const std::uint8_t* data, std::size_t size);
 
   /// A 1-by-N unsigned 8-bit array of the bytes.

@@ -31,6 +31,11 @@ enum class OptimizedSparseFormat : int { compressedColumns = 0, coordinates = 1 
 /// level. Within what the protobuf parser itself allows.
 inline constexpr std::size_t maxNestingDepth = 64;
 
+/// What the parts of an array (cells, strings, dimensions beyond the second) may take in memory while it is
+/// decoded, the bytes of its elements apart: 1 GiB. A cell counts as 320 bytes, a string as 64, a dimension
+/// as 32, so a message may have up to 3,355,443 cells or 16,777,216 strings.
+inline constexpr std::size_t maxStructureBytes = std::size_t{1} << 30;
+
 /// Converts arrays to protobuf messages and back. Has no state: any number of threads may convert through one
 /// context at once.
 class KESTRELDATA_EXPORT SerializationContext {
@@ -47,8 +52,18 @@ class KESTRELDATA_EXPORT SerializationContext {
   [[nodiscard]] std::unique_ptr<KESTREL_Array> createKESTREL_Array() const;
 
   /// The array as a message to serialise; no element is copied. Throws SerializationException for an
-  /// array that could not be decoded again: more than 2^31-1 bytes, or nested deeper than maxNestingDepth.
+  /// array that could not be decoded again: more than 2^31-1 bytes, nested deeper than maxNestingDepth, or of
+  /// more parts than maxStructureBytes allows.
   [[nodiscard]] std::unique_ptr<const EncodedArray> convertToProtobuf(const Array& array) const;
+
+  /// To be called before an encoding of unknown origin is parsed: parsing builds every cell and every length
+  /// of a string that the bytes name, up to 80 times their size, before convertFromProtobuf() can look at the
+  /// result. Walks over the bytes, building nothing and passing over payloads, and throws
+  /// SerializationException for an encoding that is torn, has other numbers of cells or strings than its
+  /// dimensions say, is nested deeper than maxNestingDepth or exceeds maxStructureBytes or 2^31-1 bytes.
+  /// Decoding what passes takes up at most twice its size for elements (text; numbers once) and
+  /// maxStructureBytes for the rest. Below 16 KiB, where parsing is harmless, everything passes.
+  void checkEncoding(const void* data, std::size_t size) const;
 
   /// The array that a parsed message stands for; takes the parsed elements over without copying them. Throws
   /// SerializationException for a message that is torn, contradicts itself or is nested deeper than

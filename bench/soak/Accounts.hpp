@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Journal.hpp"
+#include "Plan.hpp"
+
+namespace soak {
+
+/// What became of all that one transport was given.
+struct Verdict {
+  std::uint64_t sent = 0;
+  std::uint64_t right = 0;
+  std::uint64_t wrong = 0;       ///< content, text or attributes that no sender gave
+  std::uint64_t disordered = 0;  ///< behind a later one of the same sender
+  std::uint64_t twiceAllowed = 0;
+  std::uint64_t twice = 0;
+  std::uint64_t lostReported = 0;
+  std::uint64_t lostByKill = 0;        ///< the last messages of a sender that was killed
+  std::uint64_t lostWithReceiver = 0;  ///< what a receiver that ended had not been given yet, memory and live
+  std::uint64_t lostUnseen = 0;        ///< the last ones of a sender that ended within an outage
+  std::uint64_t lostUnreported = 0;
+  std::uint64_t answered = 0;
+  std::uint64_t failed = 0;
+  std::uint64_t misanswered = 0;
+  std::uint64_t hanging = 0;            ///< requests of a process that lives and that have not ended
+  std::vector<std::string> complaints;  ///< one line for each stream that misses something unexplained
+};
+
+/// Puts together what all processes have written about one transport. One thread.
+class Accounts {
+ public:
+  explicit Accounts(Transport transport) : _transport(transport) {}
+
+  void add(std::uint32_t process, const Record& record);
+  void killed(std::uint32_t process, std::int64_t time) { _killed[process] = time; }
+  void ended(std::uint32_t process, std::int64_t time) { _ended[process] = time; }
+  /// While a connection may have been away, the time to notice and to come back included.
+  void outage(std::int64_t from, std::int64_t to) { _outages.emplace_back(from, to); }
+
+  /// Messages that have not come and requests that have not ended.
+  [[nodiscard]] std::uint64_t open() const;
+  [[nodiscard]] std::int64_t lastEvent() const { return _lastEvent; }
+  [[nodiscard]] Verdict verdict() const;
+
+ private:
+  using Id = std::uint64_t;  // of a receiver, process included
+
+  struct Sender {
+    std::uint32_t process = 0;
+    Lane lane = Lane::steady;
+    std::uint64_t highestSent = 0;
+    std::uint64_t highestReceived = 0;
+    std::int64_t closed = 0;
+    std::map<std::uint64_t, std::int64_t> missing{};  // with the time of sending
+    std::set<std::uint64_t> early{};                  // read before the record of their sending
+    std::map<Id, std::uint64_t> lastOf{};             // the highest number that each receiver got
+    std::map<Id, std::uint64_t> newest{};             // the last number that each receiver got
+  };
+  struct Receiver {
+    Lane lane = Lane::steady;
+    std::uint32_t process = 0;
+    std::int64_t opened = 0;
+    std::int64_t closing = 0;
+    std::int64_t left = 0;
+  };
+  enum class Fate { killed, withReceiver, unseen, unexplained };
+
+  void addReceived(Id receiver, const Record& record);
+  [[nodiscard]] bool mayRepeat(Id receiver, const Record& record) const;
+  [[nodiscard]] Fate fateOf(const Sender& sender, std::uint64_t number, std::int64_t time) const;
+  [[nodiscard]] bool endedUnseen(const Sender& sender, std::int64_t time) const;
+  [[nodiscard]] bool leftWithReceiver(const Sender& sender, std::uint64_t number, std::int64_t time) const;
+  [[nodiscard]] const std::pair<const Id, Receiver>* receiverOf(Lane lane, std::int64_t time) const;
+  [[nodiscard]] bool inOutage(std::int64_t from, std::int64_t to) const;
+  [[nodiscard]] std::int64_t endOf(const Receiver& receiver) const;
+  [[nodiscard]] std::int64_t killTime(std::uint32_t process) const;
+  void judgeLosses(Verdict& verdict) const;
+  void judgeLane(Lane lane, std::uint64_t missing, const std::string& example, Verdict& verdict) const;
+  [[nodiscard]] std::uint64_t reportedOn(Lane lane) const;
+
+  const Transport _transport;
+  std::map<std::uint64_t, Sender> _senders;
+  std::map<Id, Receiver> _receivers;
+  std::map<Lane, std::vector<Id>> _onLane;  // the receivers in their order
+  std::map<std::pair<Id, Lane>, std::pair<std::uint64_t, std::uint64_t>> _reports;  // refused, lost
+  std::map<std::pair<std::uint64_t, std::uint64_t>, std::uint32_t> _asked;          // with the process
+  std::vector<std::pair<Id, Record>> _repeated;
+  std::map<std::uint32_t, std::int64_t> _killed;
+  std::map<std::uint32_t, std::int64_t> _ended;
+  std::vector<std::pair<std::int64_t, std::int64_t>> _outages;
+  std::int64_t _lastEvent = 0;
+  Verdict _counts;
+};
+
+}  // namespace soak

@@ -19,7 +19,7 @@ namespace {
 class NoReceiveHandler : public std::bad_function_call {};
 
 bool morePiecesFollow(const AttributeMap& attributes) {
-  const auto found = attributes.find(kestrel::datastreaming::MessageAttributes::UnCompressedSize);
+  const auto found = attributes.find(kestrel::datastreaming::lasting::MessageAttributes::UnCompressedSize);
   const auto* size = found == attributes.end() ? nullptr : std::get_if<long>(&found->second);
   return size != nullptr && *size > 0;
 }

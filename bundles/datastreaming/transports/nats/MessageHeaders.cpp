@@ -14,7 +14,8 @@ using datastreaming::AttributeValue;
 
 namespace {
 
-const std::array<std::string, 3> eventNames{"gone", "abandoned", "idle"};  // in the order of their kinds
+constexpr std::array<std::string_view, 3> eventNames{"gone", "abandoned",
+                                                     "idle"};  // in the order of their kinds
 constexpr std::chrono::milliseconds longestAge{std::chrono::years(100)};
 
 bool plainInValue(unsigned char c) {
@@ -127,12 +128,12 @@ std::string writeEvent(const ProducerEvent& event) {
     *at++ = '.';
     at = std::to_chars(at, end, event.age->count()).ptr;
   }
-  return eventNames[static_cast<std::size_t>(event.kind)] + ('.' + std::string(buffer, at));
+  return std::string(eventNames[static_cast<std::size_t>(event.kind)]) + '.' + std::string(buffer, at);
 }
 
 std::optional<ProducerEvent> readEvent(const std::string& text) {
   const auto dot = text.find('.');
-  const auto name = std::ranges::find(eventNames, text.substr(0, dot));
+  const auto name = std::ranges::find(eventNames, std::string_view(text).substr(0, dot));
   if (dot == std::string::npos || name == eventNames.end()) return std::nullopt;
   ProducerEvent event;
   event.kind = static_cast<ProducerEvent::Kind>(name - eventNames.begin());

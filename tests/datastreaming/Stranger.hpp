@@ -66,7 +66,9 @@ class Stranger {
     jsConsumerInfo* raw = nullptr;
     if (js_GetConsumerInfo(&raw, context.get(), store.c_str(), "kestrel", nullptr, nullptr) != NATS_OK)
       return {};
-    const Reader reader{raw->Config->DeliverSubject, raw->Created};
+    // One that is just being removed has no subject any more.
+    const char* const inbox = raw->Config->DeliverSubject;
+    const Reader reader{inbox == nullptr ? "" : inbox, raw->Created};
     jsConsumerInfo_Destroy(raw);
     return reader;
   }

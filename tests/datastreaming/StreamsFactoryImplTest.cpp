@@ -15,17 +15,16 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(StreamsFactoryImpl, UnknownEndpointFailsWithTheSchemeAndThoseKnownButNoSecret) {
-  for (const std::string scheme : {"http:", "https:", "ws:", "udp:"}) {
+TEST(StreamsFactoryImpl, UnknownEndpointFailsWithTheSchemesThatAreKnownAndNothingOfItIsRepeated) {
+  for (const std::string scheme : {"http://", "ws://", "s3cret:", ""}) {
     StreamsFactoryImpl factory;
-    factory.configure({{Config::DATASTREAMING_SERIVCE_URL, scheme + "//user:pw@host"},
+    factory.configure({{Config::DATASTREAMING_SERIVCE_URL, scheme + "s3cret:s3cret@host"},
                        {Config::QXA_TOKEN, std::string("s3cret")}});
     try {
       (void)factory.getStream("s", {});
       ADD_FAILURE() << "opened " << scheme;
     } catch (const std::runtime_error& error) {
-      EXPECT_THAT(error.what(), AllOf(HasSubstr(scheme), HasSubstr("memory:")));
-      EXPECT_THAT(error.what(), AllOf(Not(HasSubstr("pw@")), Not(HasSubstr("s3cret"))));
+      EXPECT_THAT(error.what(), AllOf(HasSubstr("memory:"), Not(HasSubstr("s3cret"))));
     }
     EXPECT_TRUE(factory.statistics().empty()) << "a stream that was not opened is not counted";
   }

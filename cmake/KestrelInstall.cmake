@@ -17,4 +17,6 @@ write_basic_package_version_file(
 install(FILES
   "${PROJECT_BINARY_DIR}/KestrelRemoteConnectivityConfig.cmake"
   "${PROJECT_BINARY_DIR}/KestrelRemoteConnectivityConfigVersion.cmake"
+  "${CMAKE_CURRENT_LIST_DIR}/KestrelBundle.cmake"
+  "${CMAKE_CURRENT_LIST_DIR}/KestrelBundleInit.cpp.in"
   DESTINATION "${package_directory}")

@@ -10,7 +10,6 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 # The build tree has the shape of an installed tree, so bundles are found the same way in both.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
-set(KESTREL_BUNDLE_ROOT "bin/osarch64/microservices/eps/platformservices")
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR};$ORIGIN")
 
 set(KESTREL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them (empty: none)")

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
+#include <list>
 #include <optional>
 #include <string_view>
+#include <type_traits>
 
 #include "TextCase.hpp"
 
@@ -13,6 +16,8 @@ namespace {
 
 using Kind = FilterNode::Kind;
 using Pieces = std::vector<std::string>;
+
+constexpr std::string_view blanks = " \t\r\n";
 
 bool matchesPattern(std::string_view text, const Pieces& pieces) {
   const std::string_view first = pieces.front();
@@ -53,25 +58,62 @@ bool ordered(Kind kind, const T& property, const T& value) {
   }
 }
 
-bool compareText(Kind kind, const std::string& property, const Pieces& pieces) {
-  if (kind == Kind::Approximate) {
-    Pieces relaxed;
-    std::ranges::transform(pieces, std::back_inserter(relaxed), approximated);
-    return compareText(Kind::Equal, approximated(property), relaxed);
+/// The value as it was written, where wildcards have no meaning.
+std::string literal(const Pieces& pieces) {
+  std::string text = pieces.front();
+  for (auto piece = pieces.begin() + 1; piece != pieces.end(); ++piece) {
+    text += '*' + *piece;
   }
-  if (pieces.size() > 1) {
-    return kind == Kind::Equal && matchesPattern(property, pieces);
-  }
-  return ordered(kind, property, pieces.front());
+  return text;
 }
 
+bool compareText(Kind kind, const std::string& property, const Pieces& pieces) {
+  if (kind == Kind::Equal) {
+    return pieces.size() > 1 ? matchesPattern(property, pieces) : property == pieces.front();
+  }
+  if (kind == Kind::Approximate) {
+    return approximated(property) == approximated(literal(pieces));
+  }
+  return ordered(kind, property, literal(pieces));
+}
+
+bool compareTruth(Kind kind, bool property, const Pieces& pieces) {
+  return pieces.size() == 1 && (kind == Kind::Equal || kind == Kind::Approximate) &&
+         equalIgnoringCase(pieces.front(), property ? "true" : "false");
+}
+
+/// Nothing for a text that is not a number as a whole, blanks around it and a plus sign apart.
 template <class T>
-bool compareNumber(Kind kind, T property, const Pieces& pieces) {
-  const auto& text = pieces.front();
+std::optional<T> numberFrom(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+  text.remove_suffix(text.size() - (text.find_last_not_of(blanks) + 1));
+  if (text.starts_with('+') && !text.starts_with("+-")) {
+    text.remove_prefix(1);
+  }
   T value{};
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return pieces.size() == 1 && error == std::errc() && end == text.data() + text.size() &&
-         ordered(kind, property, value);
+  return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+}
+
+// Holds every integer of 64 bits exactly, so that a value may be a fraction or out of the property's range.
+using Wide = long double;
+static_assert(std::numeric_limits<Wide>::digits >= 64);
+
+/// Numbers are compared by their values. CppMicroServices turns the text into the property's type first, so
+/// that 5 equals "5.1" and "5x" there, and no unsigned number of 64 bits is below its largest.
+template <class T>
+bool compareNumber(Kind kind, T property, const Pieces& pieces) {
+  if (pieces.size() > 1) {
+    return false;
+  }
+  if constexpr (std::is_floating_point_v<T>) {  // 0.1 as a float is meant by "0.1", though it is another
+                                                // number
+    if (const auto value = numberFrom<T>(pieces.front())) {
+      return ordered(kind, property, *value);
+    }
+  }
+  const auto value = numberFrom<Wide>(pieces.front());
+  return value && ordered(kind, static_cast<Wide>(property), *value);
 }
 
 /// Nothing if the property holds none of the types.
@@ -88,10 +130,10 @@ std::optional<bool> compareIfNumber(Kind kind, const Any& property, const Pieces
   return result;
 }
 
-template <class T>
-bool compareElements(Kind kind, const std::vector<T>& elements, const Pieces& pieces) {
-  return std::ranges::any_of(elements,
-                             [&](const T& element) { return compareProperty(kind, Any(element), pieces); });
+template <class List>
+bool compareElements(Kind kind, const List& elements, const Pieces& pieces) {
+  return std::ranges::any_of(
+      elements, [&](const auto& element) { return compareProperty(kind, Any(element), pieces); });
 }
 
 }  // namespace
@@ -100,17 +142,22 @@ bool compareProperty(Kind kind, const Any& property, const Pieces& pieces) {
   if (const auto* text = any_cast<std::string>(&property)) {
     return compareText(kind, *text, pieces);
   }
+  if (const auto* character = any_cast<char>(&property)) {
+    return compareText(kind, std::string(1, *character), pieces);
+  }
   if (const auto* texts = any_cast<std::vector<std::string>>(&property)) {
+    return compareElements(kind, *texts, pieces);
+  }
+  if (const auto* texts = any_cast<std::list<std::string>>(&property)) {
     return compareElements(kind, *texts, pieces);
   }
   if (const auto* values = any_cast<std::vector<Any>>(&property)) {
     return compareElements(kind, *values, pieces);
   }
   if (const auto* truth = any_cast<bool>(&property)) {
-    return pieces.size() == 1 && kind == Kind::Equal &&
-           equalIgnoringCase(pieces.front(), *truth ? "true" : "false");
+    return compareTruth(kind, *truth, pieces);
   }
-  return compareIfNumber<short, unsigned short, int, unsigned, long, unsigned long, long long,
+  return compareIfNumber<unsigned char, short, unsigned short, int, unsigned, long, unsigned long, long long,
                          unsigned long long, float, double>(kind, property, pieces)
       .value_or(false);
 }

@@ -64,7 +64,7 @@ bool FilterNode::matches(const Lookup& lookup) const {
       break;
   }
   const Any* value = lookup(_name);
-  return value != nullptr && (isPresenceTest() || compareProperty(_kind, *value, _pieces));
+  return value != nullptr && !value->Empty() && (isPresenceTest() || compareProperty(_kind, *value, _pieces));
 }
 
 std::string FilterNode::toString() const {

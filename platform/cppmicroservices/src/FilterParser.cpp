@@ -87,7 +87,9 @@ class Parser {
 
   std::vector<std::string> value() {
     std::vector<std::string> pieces(1);
-    for (; peek() != ')'; ++_position) {
+    // Parentheses should be escaped in a value, but CppMicroServices takes pairs of them, and so do its
+    // users.
+    for (int open = 0; open > 0 || peek() != ')'; ++_position) {
       char c = peek();
       if (c == '*') {
         pieces.emplace_back();
@@ -96,8 +98,8 @@ class Parser {
       if (c == '\\') {
         ++_position;
         c = peek();
-      } else if (c == '(') {
-        fail("')' or an escaped '('");
+      } else if (c == '(' || c == ')') {
+        open += c == '(' ? 1 : -1;
       }
       if (_position >= _text.size()) {
         fail("')'");

@@ -17,6 +17,10 @@ class FilterNode;
 /// A search filter over properties: (name=value), with * for any text, (name=*) for presence, >=, <=, ~= and
 /// the combinations (&...), (|...), (!...). An empty filter matches everything. Immutable once made, so it
 /// may be shared between threads.
+///
+/// Numbers are compared by their values, whatever the type of the property: 5 is less than 10000000000 and at
+/// least 4.9, and it does not equal 5.1 or 5x, as it does in CppMicroServices, which cuts the text off to fit
+/// the property. Filters meant for both should not rely on either.
 class CPPMICROSERVICES_EXPORT LDAPFilter {
  public:
   LDAPFilter() = default;

@@ -1,6 +1,7 @@
 #include <cppmicroservices/PrototypeServiceFactory.h>
 
 #include <barrier>
+#include <shared_mutex>
 #include <thread>
 #include <vector>
 
@@ -121,12 +122,19 @@ void onFourThreads(Action action) {
 
 TEST_F(Registry, FindsAServiceWhileOthersComeAndGo) {
   greet("staying", 100);
-  onFourThreads([](int number) {
+  std::shared_mutex ranks;  // CppMicroServices compares rankings unlocked, so nobody looks while one changes
+  onFourThreads([&ranks](int number) {
     for (int round = 0; round < 200; ++round) {
+      std::shared_lock looking(ranks);
       auto passing = greet("passing", number);
       const auto found = findService<Greeting>();
       ASSERT_TRUE(found && found->text() == "staying");
-      passing.SetProperties({{SERVICE_RANKING, Any(-number)}});
+      looking.unlock();
+      {
+        const std::lock_guard changing(ranks);
+        passing.SetProperties({{SERVICE_RANKING, Any(-number)}});
+      }
+      looking.lock();
       passing.Unregister();
     }
   });

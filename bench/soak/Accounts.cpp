@@ -191,6 +191,7 @@ void Accounts::judgeLane(Lane lane, std::uint64_t missing, const std::string& ex
                          Verdict& verdict) const {
   const std::uint64_t reported = std::min(missing, reportedOn(lane));
   verdict.lostReported += reported;
+  verdict.reportedOn[lane] = reported;
   verdict.lostUnreported += missing - reported;
   if (missing == reported) return;
   verdict.complaints.push_back(streamOf(_transport, lane) + ": " + std::to_string(missing) +

@@ -28,8 +28,9 @@ struct Verdict {
   std::uint64_t answered = 0;
   std::uint64_t failed = 0;
   std::uint64_t misanswered = 0;
-  std::uint64_t hanging = 0;            ///< requests of a process that lives and that have not ended
-  std::vector<std::string> complaints;  ///< one line for each stream that misses something unexplained
+  std::uint64_t hanging = 0;                   ///< requests of a process that lives and that have not ended
+  std::map<Lane, std::uint64_t> reportedOn{};  ///< of those lost and reported
+  std::vector<std::string> complaints;         ///< one line for each stream that misses something unexplained
 };
 
 /// Puts together what all processes have written about one transport. One thread.

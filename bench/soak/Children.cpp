@@ -24,6 +24,10 @@ Child::Child(Assignment assignment)
 
 void Child::become() const {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  sigset_t orders;  // that may come before the new program can take them
+  sigemptyset(&orders);
+  for (const int order : {SIGTERM, SIGUSR1, SIGUSR2, SIGINT}) sigaddset(&orders, order);
+  ::sigprocmask(SIG_BLOCK, &orders, nullptr);
   const int output = ::open(log().c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(output, STDERR_FILENO);

@@ -18,11 +18,18 @@ namespace {
 constexpr std::int64_t calmBeforeEnd = 12 * second;
 constexpr std::int64_t longestEnd = 45 * second * slowness;  // a request may take 20 s to fail
 constexpr std::int64_t longestDrain = 90 * second * slowness;
+constexpr std::int64_t warmUp = 3 * second * slowness;
 constexpr std::int64_t quiet = (retrySeconds + 12) * second;  // longer than anything is waited for
+
+Footprint mostOf(const Footprint& one, const Footprint& other) {
+  return {std::max(one.residentMiB, other.residentMiB), std::max(one.threads, other.threads),
+          std::max(one.descriptors, other.descriptors)};
+}
 
 std::string queryOf(Transport transport) {
   if (transport == Transport::live) return "wsFirstReconnBackoffMs=50";
-  return "delivery=durable&max_age_s=3600&wsFirstReconnBackoffMs=50&retry_s=" + std::to_string(retrySeconds);
+  return "delivery=durable&max_age_s=3600&max_bytes=134217728&wsFirstReconnBackoffMs=50&retry_s=" +
+         std::to_string(retrySeconds);
 }
 
 }  // namespace
@@ -77,21 +84,15 @@ int Conductor::run() {
   _faults.stop();
   work(_begun + length, false);
   drain();
+  settle();
   end();
   return judge();
 }
 
 void Conductor::work(std::int64_t until, bool faults) {
-  const std::int64_t warm = _begun + (until - _begun) / 3;
   while (now() < until) {
     if (faults) _faults.step();
     step(true);
-    for (auto& resident : _residents) {
-      if (!faults || now() > warm) continue;
-      resident.warm.residentMiB = std::max(resident.warm.residentMiB, resident.last.residentMiB);
-      resident.warm.threads = std::max(resident.warm.threads, resident.last.threads);
-      resident.warm.descriptors = std::max(resident.warm.descriptors, resident.last.descriptors);
-    }
   }
 }
 
@@ -170,7 +171,11 @@ void Conductor::foldOf(Child& child) {
 void Conductor::measure() {
   _nextMeasurement = now() + second;
   for (auto& resident : _residents) {
-    if (const auto footprint = resident.child->footprint()) resident.last = *footprint;
+    const auto footprint = resident.child->footprint();
+    if (!footprint) continue;
+    resident.last = *footprint;
+    resident.most = mostOf(resident.most, *footprint);
+    if (now() < _begun + warmUp) resident.first = *footprint;
   }
 }
 
@@ -203,6 +208,13 @@ void Conductor::drain() {
   while ((now() < least || busy()) && now() < deadline) step(true);
 }
 
+/// What is in use when all is idle.
+void Conductor::settle() {
+  for (auto& resident : _residents) resident.child->signal(SIGUSR2);
+  const std::int64_t until = now() + 3 * second * slowness;
+  while (now() < until) step(false);
+}
+
 void Conductor::end() {
   for (auto& resident : _residents) resident.child->signal(SIGTERM);
   for (auto& visit : _visits) {
@@ -228,7 +240,7 @@ int Conductor::judge() {
             << _departures << " told to end\n\n";
   Table table;
   for (std::size_t i = 0; i < _accounts.size(); ++i) {
-    table.columns[i] = {_accounts[i].verdict(), _residents[i].warm, _residents[i].last};
+    table.columns[i] = {_accounts[i].verdict(), _residents[i].first, _residents[i].most, _residents[i].last};
   }
   const bool held = table.print(std::cout);
   for (const auto& complaint : _complaints) std::cout << complaint << "\n";

@@ -44,8 +44,9 @@ class Conductor {
   };
   struct Resident {
     std::unique_ptr<Child> child;
-    Footprint warm{};  // the most of the first third
+    Footprint first{};  // when all messengers are made
     Footprint last{};
+    Footprint most{};
   };
 
   void start();
@@ -58,6 +59,7 @@ class Conductor {
   void foldOf(Child& child);
   void measure();
   void drain();
+  void settle();
   void end();
   [[nodiscard]] std::unique_ptr<Child> makeChild(Assignment::Role role, Transport transport, int slot);
   [[nodiscard]] Accounts& accountsOf(const Child& child);

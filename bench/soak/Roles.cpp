@@ -85,6 +85,7 @@ class Resident final : public Role {
   /// More at once than any queue takes; durable, less, for the disk is everybody's.
   void flood(Random& random) {
     const int large = (_crew.transport() == Transport::durable ? 60 : 340) / slowness;
+    if (!_crew.pause(5s * slowness)) return;  // the memory of the process is measured before
     do {
       for (int i = 0; i < large && _crew.working(); ++i) {
         _flooder->send(static_cast<std::uint64_t>(random.chance(70) ? 880'000 : 2'500'000));

@@ -7,7 +7,9 @@ namespace soak {
 
 namespace {
 
-constexpr long memoryGrowth = 256;  // MiB; allocators keep what threads have used once
+// Each messenger keeps room for the largest payload that it has joined, up to 64 MiB here, and the heap keeps
+// more.
+constexpr long memoryGrowth = 768;  // MiB
 constexpr long threadGrowth = 12;   // a pool grows with what waits, and shrinks later
 constexpr long descriptorGrowth = 8;
 
@@ -48,38 +50,70 @@ const std::vector<Growth> growths{
 };
 
 constexpr int nameWidth = 46;
-constexpr int width = 14;
+constexpr int width = 16;
+
+void printName(std::ostream& out, const char* name) {
+  out << std::left << std::setw(nameWidth) << name << std::right;
+}
 
 }  // namespace
 
 bool Table::print(std::ostream& out) const {
-  bool held = true;
-  out << std::left << std::setw(nameWidth) << "" << std::right;
+  printName(out, "");
   for (const char* name : transportNames) out << std::setw(width) << name;
   out << "\n";
-  for (const Row& row : rows) {
-    out << std::left << std::setw(nameWidth) << row.name << std::right;
-    for (const Column& column : columns) {
-      const std::uint64_t count = column.verdict.*row.count;
-      out << std::setw(width) << count;
-      held = held && (count == 0 || !row.mustBeZero);
-    }
-    out << (row.mustBeZero ? "  must be 0\n" : "\n");
-  }
-  for (const Growth& growth : growths) {
-    out << std::left << std::setw(nameWidth) << growth.name << std::right;
-    for (const Column& column : columns) {
-      out << std::setw(width)
-          << std::to_string(column.warm.*growth.value) + " > " + std::to_string(column.last.*growth.value);
-      held = held && (slowness > 1 || column.last.*growth.value <= column.warm.*growth.value + growth.most);
-    }
-    out << "  may grow by " << growth.most << (slowness > 1 ? " where no sanitizer runs\n" : "\n");
-  }
+  bool held = printCounts(out);
+  held = printFootprints(out) && held;
+  printReported(out);
   for (const Column& column : columns) {
     held = held && column.verdict.right > 0 && column.verdict.answered > 0;
     for (const auto& complaint : column.verdict.complaints) out << complaint << "\n";
   }
   return held;
+}
+
+bool Table::printCounts(std::ostream& out) const {
+  bool held = true;
+  for (const Row& row : rows) {
+    printName(out, row.name);
+    bool good = true;
+    for (const Column& column : columns) {
+      const std::uint64_t count = column.verdict.*row.count;
+      out << std::setw(width) << count;
+      good = good && (count == 0 || !row.mustBeZero);
+    }
+    out << (row.mustBeZero ? "  must be 0" : "") << (good ? "\n" : "  <<<\n");
+    held = held && good;
+  }
+  return held;
+}
+
+bool Table::printFootprints(std::ostream& out) const {
+  bool held = true;
+  for (const Growth& growth : growths) {
+    printName(out, growth.name);
+    bool good = true;
+    for (const Column& column : columns) {
+      const auto at = [&](const Footprint& footprint) { return std::to_string(footprint.*growth.value); };
+      out << std::setw(width) << at(column.first) + " " + at(column.most) + " " + at(column.last);
+      good = good && (slowness > 1 || column.last.*growth.value <= column.first.*growth.value + growth.most);
+    }
+    out << "  at first, at most, when idle again; may grow by " << growth.most
+        << (slowness > 1 ? " where no sanitizer runs" : "") << (good ? "\n" : "  <<<\n");
+    held = held && good;
+  }
+  return held;
+}
+
+void Table::printReported(std::ostream& out) const {
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (columns[i].verdict.reportedOn.empty()) continue;
+    out << "lost and reported, " << transportNames[i] << ":";
+    for (const auto& [lane, count] : columns[i].verdict.reportedOn) {
+      out << " " << laneNames[static_cast<std::size_t>(lane)] << " " << count;
+    }
+    out << "\n";
+  }
 }
 
 }  // namespace soak

@@ -12,13 +12,19 @@ namespace soak {
 struct Table {
   struct Column {
     Verdict verdict{};
-    Footprint warm{};
+    Footprint first{};
+    Footprint most{};
     Footprint last{};
   };
   std::array<Column, 3> columns{};  ///< in the order of the transports
 
   /// Whether everything is 0 that must be, and nothing has grown beyond its bound.
   bool print(std::ostream& out) const;
+
+ private:
+  bool printCounts(std::ostream& out) const;
+  bool printFootprints(std::ostream& out) const;
+  void printReported(std::ostream& out) const;
 };
 
 }  // namespace soak

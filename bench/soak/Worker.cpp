@@ -1,5 +1,6 @@
 #include "Worker.hpp"
 
+#include <malloc.h>
 #include <pthread.h>
 
 #include <csignal>
@@ -15,25 +16,27 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Made before there are threads, which inherit the mask. A keyboard interrupt is the conductor's to handle.
+/// What the conductor says by signals, which have been blocked in all threads since the program began.
 class Orders {
  public:
   Orders() {
-    sigemptyset(&_blocked);
-    for (const int signal : {SIGTERM, SIGUSR1, SIGINT}) sigaddset(&_blocked, signal);
-    pthread_sigmask(SIG_BLOCK, &_blocked, nullptr);
-    sigdelset(&_blocked, SIGINT);
+    sigemptyset(&_orders);
+    for (const int signal : {SIGTERM, SIGUSR1, SIGUSR2}) sigaddset(&_orders, signal);
   }
-  /// Until SIGTERM; with either signal the crew stops.
+  /// Until SIGTERM.
   void obey(Crew& crew) const {
     for (int signal = 0; signal != SIGTERM;) {
-      sigwait(&_blocked, &signal);
-      crew.stop();
+      sigwait(&_orders, &signal);
+      if (signal == SIGUSR2) {
+        ::malloc_trim(0);  // what stays is held by somebody
+      } else {
+        crew.stop();
+      }
     }
   }
 
  private:
-  sigset_t _blocked{};
+  sigset_t _orders{};
 };
 
 /// Writes the statistics down twice a second, until it goes.
@@ -80,10 +83,9 @@ std::vector<std::string> Assignment::arguments() const {
 }
 
 int runWorker(const Assignment& assignment) {
-  const Orders orders;
   Crew crew(assignment.transport, assignment.process, assignment.seed, assignment.endpoint,
             assignment.folder);
-  std::jthread obeying([&] { orders.obey(crew); });  // the server may be away while the role is made
+  std::jthread obeying([&] { Orders().obey(crew); });  // the server may be away while the role is made
   {
     const auto role = makeRole(crew, assignment);
     const Reporting reporting(crew);

@@ -27,7 +27,8 @@ struct Assignment {
   Assignment() = default;
 };
 
-/// Does the work until it is told to stop: SIGUSR1 ends the sending, SIGTERM everything. Gives the exit code.
+/// Does the work until it is told to stop: SIGUSR1 ends the sending, SIGTERM everything; SIGUSR2 has the
+/// heap give back what nobody uses. The signals must be blocked already. Gives the exit code.
 int runWorker(const Assignment& assignment);
 
 }  // namespace soak

@@ -92,10 +92,11 @@ SendFunction SendReceiveDataStream::sendFunction(std::shared_ptr<kestrel::datast
 /// What an end calls with its errors: logs, then calls the handler as it is now.
 ErrorCallback SendReceiveDataStream::errorCallback(const char* end, ErrorHandler handler) {
   return [end, handler = std::move(handler), gate = _gate](const std::exception& error) {
-    const auto pass = gate->enter();
-    if (!pass) return;
+    // Nobody else logs it, so neither a missing handler nor the end of the messenger may keep it from the
+    // log.
     messengerLog().log(Severity::error, "Error from ", end, ": ", error.what());
-    if (!handler) return;
+    const auto pass = gate->enter();
+    if (!pass || !handler) return;
     try {
       handler(error);
     } catch (...) {

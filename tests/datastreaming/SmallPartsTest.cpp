@@ -2,6 +2,8 @@
 
 #include <cctype>
 #include <kestrel/callbacks/CallbackGate.hpp>
+#include <kestrel/diagnostics/RecordObserver.hpp>
+#include <kestrel/diagnostics/SeveritySettings.hpp>
 
 #include "Waiting.hpp"
 #include "transports/memory/MemoryQueue.hpp"
@@ -69,6 +71,26 @@ TEST(ErrorOutlet, CallbackThatThrowsDoesNotEndTheReporting) {
   outlet->report("two");
   second.pass("the second report");
   outlet->close();
+}
+
+TEST(ErrorOutlet, LogsWhatNoCallbackTakesAndNothingElse) {
+  std::vector<std::string> lines;
+  const diagnostics::RecordObserver log([&](const diagnostics::Record& record) {
+    if (record.channel == "kestrel::datastreaming") lines.emplace_back(record.text);
+  });
+  diagnostics::setStandardErrorOutput(false);
+  {
+    const auto context = std::make_shared<StreamContext>("s", std::make_shared<ErrorReporter>());
+    ErrorOutlet unheard(context), taken(context), failing(context), closed(context);
+    taken.setCallback([](const std::exception&) {});
+    failing.setCallback([](const std::exception&) { throw std::runtime_error("no"); });
+    closed.close();
+    for (auto* const outlet : {&unheard, &taken, &failing, &closed}) outlet->report("lost");
+  }  // the reporter ends when everything is reported
+  diagnostics::setStandardErrorOutput(true);
+  EXPECT_EQ(lines,
+            (std::vector<std::string>{"stream 's': lost", "stream 's': lost (an error callback failed: no)",
+                                      "stream 's': lost"}));
 }
 
 TEST(MemoryQueue, CountsBytesUntilTheEntriesAreGoneNotUntilTheyAreTaken) {

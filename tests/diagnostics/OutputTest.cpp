@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
 #include <boost/log/utility/setup/console.hpp>
 #include <csignal>
 
+#include "RepeatFilter.hpp"
 #include "kestrel/diagnostics/FatalReport.hpp"
 #include "kestrel/diagnostics/Logger.hpp"
 #include "kestrel/diagnostics/SeveritySettings.hpp"
@@ -16,15 +18,68 @@ using testing::KilledBySignal;
 namespace expressions = boost::log::expressions;
 
 TEST(StandardErrorOutput, IsOneLineARecordWithTimeSeverityChannelAndTextUnlessTurnedOff) {
-  const Logger logger("test::line");
+  static int run = 0;
+  const Logger logger("test::line" + std::to_string(++run));
   testing::internal::CaptureStderr();
   logger.log(Severity::warning, "first\nsecond\r\t\x1b[1m \xc3\xa9");
   setStandardErrorOutput(false);
   logger.log(Severity::error, "unseen");
   setStandardErrorOutput(true);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              testing::MatchesRegex("[0-9-]+T[0-9:.]+Z warning test::line "
+              testing::MatchesRegex("[0-9-]+T[0-9:.]+Z warning test::line[0-9]+ "
                                     "first\\\\nsecond\\\\r\\\\t\\\\x1b\\[1m \xc3\xa9\n"));
+}
+
+/// What a log says of these warnings of one channel, which come a number of seconds after its beginning.
+std::vector<std::string> written(const std::vector<std::pair<int, std::string>>& warnings) {
+  RepeatFilter filter;
+  std::vector<std::string> lines;
+  const auto add = [&](const std::vector<RepeatFilter::Repeated>& all) {
+    for (const auto& each : all) lines.push_back(each.text + " x" + std::to_string(each.times));
+  };
+  for (const auto& [second, text] : warnings) {
+    std::vector<RepeatFilter::Repeated> ended;
+    const RepeatFilter::Clock::time_point now{std::chrono::seconds(second)};
+    const bool isNew = filter.admits({"channel", Severity::warning, text}, now, ended);
+    add(ended);
+    if (isNew) lines.push_back(text);
+  }
+  add(filter.takeAll());
+  return lines;
+}
+
+TEST(RepeatFilter, CountsForTenSecondsWhatDiffersInFreeStandingNumbersOnly) {
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(
+      written({{0, "lost 1"}, {5, "lost 22"}, {9, "lost 3"}, {10, "lost 4"}, {19, "lost 5"}, {21, "x"}}),
+      (Lines{"lost 1", "lost 3 x2", "lost 4", "lost 5 x1", "x"}));
+  EXPECT_EQ(
+      written(
+          {{0, "stream 'a1'"}, {0, "stream 'a2'"}, {0, "(7) of 8"}, {0, "stream 'a1'"}, {0, "(9) of 10"}}),
+      (Lines{"stream 'a1'", "stream 'a2'", "(7) of 8", "stream 'a1' x1", "(9) of 10 x1"}));
+  std::vector<std::pair<int, std::string>> many{{0, "first"}, {0, "first"}};
+  for (int i = 0; i < 64; ++i) many.emplace_back(0, "other" + std::to_string(i));
+  many.emplace_back(0, "first");
+  const auto lines = written(many);
+  EXPECT_EQ(std::ranges::count(lines, "first"), 2) << "the oldest of more than 64 is forgotten";
+  EXPECT_EQ(std::ranges::count(lines, "first x1"), 1);
+}
+
+TEST(StandardErrorOutput, CountsRepeatedFailuresAndTellsAtTheEndHowManyButWritesEveryOtherLine) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto logRepeatedly = [] {
+    const Logger logger("test::repeated"), another("test::another");
+    setSeverities("test::repeated", allSeverities);
+    for (int i = 0; i < 5; ++i) {
+      logger.log(Severity::error, "failed: ", i);
+      logger.log(Severity::trace, "step ", i);
+    }
+    another.log(Severity::error, "failed: ", 9);
+    std::exit(0);
+  };
+  EXPECT_EXIT(logRepeatedly(), testing::ExitedWithCode(0),
+              "failed: 0\n.*step 0\n.*step 1\n.*step 2\n.*step 3\n.*step 4\n.*another failed: 9\n"
+              ".*Z error test::repeated failed: 4 [(]repeated 4 times[)]\n");
 }
 
 TEST(BoostLogCore, HandsRecordsToTheSinksOfAHostThatAsksForThem) {

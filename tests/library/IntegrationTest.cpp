@@ -131,6 +131,7 @@ TEST_F(StreamsInProcess, RefuseAWrongTypeUnderAChunkKeyAndReportIt) {
   ASSERT_TRUE(soonArrive(1));
   EXPECT_EQ(messages[0].data, number(2));
   EXPECT_TRUE(eventually("the report", [&] { return log.count("Error from Producer: ") == 1; }));
+  EXPECT_EQ(log.count("must be a text, an integer came"), 1) << "a failure is logged once";
 }
 
 }  // namespace library_test

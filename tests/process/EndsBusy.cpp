@@ -1,11 +1,12 @@
 // Ends, in one of several ways, while messengers are at work on threads of the host and of the library.
 // Nothing of the host's is destroyed that a thread may still use, so whatever goes wrong is the library's.
 //   ends_busy <how> <endpoint>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <map>
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include "kestrel/host/Host.hpp"
@@ -20,6 +21,7 @@ using namespace std::chrono_literals;
 using Messenger = std::unique_ptr<ISendReceiveMessenger>;
 
 constexpr int exitCode = 7;
+std::atomic<bool> exitsFromHandler{false};
 
 /// A flow without end between two messengers of its own.
 struct Flow {
@@ -29,8 +31,8 @@ struct Flow {
         there(factory.createSendReceiveMessenger(names + "here", names + "there", options)) {
     there->setReceiveHandler(
         [](const DataStruct&) { throw std::runtime_error("refused, so that it is logged"); });
-    there->setRequestHandler([this](const DataStruct& request) {
-      onRequest();
+    there->setRequestHandler([](const DataStruct& request) {
+      if (exitsFromHandler.exchange(false)) std::exit(exitCode);
       return request;
     });
   }
@@ -41,7 +43,6 @@ struct Flow {
   const DataStruct message{KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, "busy"};
   const std::string names = UUIDAdaptor()();
   const std::unordered_map<std::string, std::any> options;
-  std::function<void()> onRequest = [] {};
   Messenger here, there;
 };
 
@@ -65,15 +66,11 @@ struct Kept {
   Messenger receiver;
 };
 
-void startFlows(DataStreamMessengerFactory& factory, bool exitsFromHandler) {
+void startFlows(DataStreamMessengerFactory& factory) {
   for (const bool buffered : {false, true}) {
     auto* const flow = new Flow(factory, buffered);
     for (int i = 0; i < 2; ++i) repeat([flow] { flow->send(); });
     repeat([flow] { flow->request(); });
-    if (!exitsFromHandler) continue;
-    flow->onRequest = [until = std::chrono::steady_clock::now() + 50ms] {
-      if (std::chrono::steady_clock::now() > until) std::exit(exitCode);
-    };
   }
   repeat([&factory] { (void)factory.createSendReceiveMessenger(); });
 }
@@ -87,16 +84,18 @@ int main(int, char** arguments) {
   kept.factory = std::make_unique<DataStreamMessengerFactory>("", endpoint);
   kept.receiver = kept.factory->createSendReceiveMessenger("", "kept");
   auto* const factory = new DataStreamMessengerFactory("", endpoint);
-  startFlows(*factory, how == "handler");
+  startFlows(*factory);
   auto* const sender = factory->createSendReceiveMessenger("kept", "").release();
   const DataStruct message{KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, ""};
   repeat([sender, message] { sender->send(message); });
-  if (how == "thread")
+  if (how == "thread") {
     std::thread([] {
       std::this_thread::sleep_for(60ms);
       std::exit(exitCode);
     }).detach();
-  if (how != "main") std::this_thread::sleep_for(60s);
+  }
   std::this_thread::sleep_for(60ms);
+  exitsFromHandler = how == "handler";
+  if (how != "main") std::this_thread::sleep_for(60s);
   return exitCode;
 }

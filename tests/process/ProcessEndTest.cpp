@@ -1,12 +1,10 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <thread>
+#include <string>
 
 #include "../Eventually.hpp"
 #ifdef KESTREL_HAS_NATS
@@ -24,15 +22,13 @@ std::string endOf(const std::string& how, const std::string& endpoint) {
     return "not started";
   int status = 0;
   const auto ended = [&] { return ::waitpid(process, &status, WNOHANG) == process; };
-  for (int i = 0; i < 3000; ++i) {
-    if (ended())
-      return WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
-                               : "signal " + std::to_string(WTERMSIG(status));
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  if (!becomesTrue(ended, std::chrono::seconds(60))) {
+    ::kill(process, SIGKILL);
+    ::waitpid(process, &status, 0);
+    return "still running after 60 s";
   }
-  ::kill(process, SIGKILL);
-  ::waitpid(process, &status, 0);
-  return "still running after 30 s";
+  return WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                           : "signal " + std::to_string(WTERMSIG(status));
 }
 
 class ProcessEnd : public testing::TestWithParam<const char*> {

@@ -6,8 +6,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <mutex>
 #include <string>
+#include <vector>
 
+#include "RepeatFilter.hpp"
 #include "SeverityNames.hpp"
 #include "kestrel/diagnostics/SeveritySettings.hpp"
 
@@ -82,8 +85,52 @@ void setStandardErrorOutput(bool on) noexcept {
   isOn = on;
 }
 
+static void writeRepeated(const std::vector<RepeatFilter::Repeated>& all) {
+  for (const auto& each : all) {
+    writeRecord(each.channel, each.severity,
+                each.text + " (repeated " + std::to_string(each.times) + " times)");
+  }
+}
+
+namespace {
+
+/// What holds back records that repeat others. Never destroyed, as threads log while the process ends.
+struct Throttle {
+  static Throttle& shared() {
+    static auto* const throttle = new Throttle;
+    return *throttle;
+  }
+  std::mutex mutex;
+  RepeatFilter filter;  // guarded by mutex
+};
+
+/// Writes at the end of the process what is still held back.
+struct WritesTheRest {
+  ~WritesTheRest() {
+    try {
+      const std::lock_guard lock(Throttle::shared().mutex);
+      writeRepeated(Throttle::shared().filter.takeAll());
+    } catch (...) {  // out of memory: the counts are lost
+    }
+  }
+};
+
+}  // namespace
+
 void writeToStandardError(const Record& record) {
-  if (isOn) writeRecord(record.channel, record.severity, record.text);
+  if (!isOn) return;
+  // Lines of the other severities were asked for, each of them.
+  if (record.severity < Severity::warning) return writeRecord(record.channel, record.severity, record.text);
+  std::vector<RepeatFilter::Repeated> ended;
+  bool isNew = false;
+  {
+    auto& throttle = Throttle::shared();
+    const std::lock_guard lock(throttle.mutex);
+    isNew = throttle.filter.admits(record, RepeatFilter::Clock::now(), ended);
+  }
+  writeRepeated(ended);
+  if (isNew) return writeRecord(record.channel, record.severity, record.text);
+  static const WritesTheRest atTheEnd;
 }
 
 }  // namespace kestrel::diagnostics

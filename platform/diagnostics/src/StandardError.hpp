@@ -10,7 +10,8 @@ namespace kestrel::diagnostics {
 /// Control characters are escaped. A standard error that takes nothing loses the line.
 void writeLineToStandardError(std::string_view line);
 
-/// Writes the record as one line with time, severity, channel and text, unless that is turned off.
+/// Writes the record as one line with time, severity, channel and text, unless that is turned off. A
+/// warning or error that repeats an earlier one is counted instead, see RepeatFilter.
 void writeToStandardError(const Record& record);
 
 }  // namespace kestrel::diagnostics

@@ -10,10 +10,7 @@ namespace kestrel::streams {
 void ErrorOutlet::report(const std::string& text) {
   std::string full = _context->label() + ": " + text;
   _context->counters.setLastError(full);
-  _context->reporter->post([slot = _slot, full = std::move(full)] {
-    logError(full);
-    slot->call(full);
-  });
+  _context->reporter->post([slot = _slot, full = std::move(full)] { slot->call(full); });
 }
 
 void ErrorOutlet::Slot::set(datastreaming::ErrorCallback callback) {
@@ -29,14 +26,15 @@ void ErrorOutlet::Slot::call(const std::string& text) {
     const std::lock_guard lock(_mutex);
     callback = _callback;
   }
-  if (!callback) return;
+  std::string remark;
   try {
-    _gate.run([&] { (*callback)(std::runtime_error(text)); });
+    if (callback && _gate.run([&] { (*callback)(std::runtime_error(text)); })) return;
   } catch (const std::exception& error) {
-    logError("an error callback failed: " + std::string(error.what()));
+    remark = " (an error callback failed: " + std::string(error.what()) + ")";
   } catch (...) {
-    logError("an error callback failed");
+    remark = " (an error callback failed)";
   }
+  logError(text + remark);
 }
 
 void ErrorOutlet::Slot::close() {

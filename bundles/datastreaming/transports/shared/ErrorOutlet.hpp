@@ -12,7 +12,8 @@
 namespace kestrel::streams {
 
 /// Takes the failures of one producer or consumer: each goes to the statistics at once, and on the reporter's
-/// thread to the log and to the error callback. Safe from any thread.
+/// thread to the error callback. Only what no callback takes goes to the log: whoever set one logs by its own
+/// rules, and a failure is not to be told twice. Safe from any thread.
 class ErrorOutlet {
  public:
   explicit ErrorOutlet(std::shared_ptr<StreamContext> context) : _context(std::move(context)) {}
@@ -32,6 +33,7 @@ class ErrorOutlet {
   class Slot {
    public:
     void set(datastreaming::ErrorCallback callback);
+    /// Logs the text if there is no callback, if it is closed, or if it fails.
     void call(const std::string& text);
     void close();
 

@@ -32,6 +32,11 @@ KESTREL_EXPORT void setSeverities(std::string_view channelOrStar, SeverityMask m
 [[nodiscard]] KESTREL_EXPORT std::vector<std::string> applySeverityText(std::string_view text);
 
 /// Turns the lines on standard error on (as they are at first) or off.
+///
+/// A warning or error there that repeats one of its channel within ten seconds, numbers after a blank or a
+/// bracket aside, is not written but counted: "<the last of them> (repeated <n> times)" follows with the next
+/// warning or error after that time, or at the end of the process. Observers and the Boost.Log core get every
+/// record.
 KESTREL_EXPORT void setStandardErrorOutput(bool on) noexcept;
 
 /// Hands every record to the Boost.Log core as well (on), or no longer (off, as it is at first: the core is

@@ -67,7 +67,6 @@ void DeliveryPipeline::perform(PayloadSequencer::Deliver& action) {
     countUndelivered(frame, !frame.receipt);
     if (!frame.receipt) _leftBehind += frame.messages;
   }
-  _sequencer.recycle(frame);
 }
 
 void DeliveryPipeline::perform(const PayloadSequencer::Loss& action) {

@@ -23,8 +23,6 @@ class Receipt {
   virtual void settle() noexcept = 0;
 };
 
-class PayloadBuffer;
-
 /// One message, or one payload that was joined of several, on its way to one consumer. Its bytes stay valid
 /// as long as the frame exists.
 struct Frame {
@@ -33,11 +31,10 @@ struct Frame {
   const std::uint8_t* data = nullptr;
   std::uint64_t size = 0;
   datastreaming::AttributeMap attributes;
-  std::shared_ptr<const void> owner;      ///< of the bytes
-  std::shared_ptr<PayloadBuffer> joined;  ///< in the place of the owner, for a joined payload
-  ByteBudget::Charge charge;         ///< its share of the consumer's bound, empty where the transport bounds
-  std::unique_ptr<Receipt> receipt;  ///< empty where the transport does not ask
-  std::uint64_t messages = 1;        ///< of which it was joined
+  std::shared_ptr<const void> owner;  ///< of the bytes
+  ByteBudget::Charge charge;          ///< its share of the consumer's bound, empty where the transport bounds
+  std::unique_ptr<Receipt> receipt;   ///< empty where the transport does not ask
+  std::uint64_t messages = 1;         ///< of which it was joined
 };
 
 inline void settle(std::unique_ptr<Receipt>& receipt) noexcept {

@@ -1,5 +1,7 @@
 #include "transports/shared/PayloadAssembly.hpp"
 
+#include <utility>
+
 namespace kestrel::streams {
 
 namespace {
@@ -32,7 +34,7 @@ Frame PayloadAssembly::whole() && {
   frame.data = _buffer->data();
   frame.size = _buffer->size();
   frame.messages = _pieces;
-  frame.joined = _buffer;
+  frame.owner = std::move(_buffer);
   if (!_receipts.empty()) frame.receipt = std::make_unique<Receipts>(std::move(_receipts));
   return frame;
 }

@@ -2,19 +2,18 @@
 
 #include <cstdint>
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include "transports/shared/Frame.hpp"
-#include "transports/shared/PayloadBuffer.hpp"
+#include "transports/shared/SpareBuffers.hpp"
 
 namespace kestrel::streams {
 
 /// The pieces of one payload, joined as they come. A plain object, not thread-safe.
 class PayloadAssembly {
  public:
-  PayloadAssembly(std::uint64_t payload, PayloadBuffer memory)
-      : _payload(payload), _buffer(std::make_shared<PayloadBuffer>(std::move(memory))) {}
+  explicit PayloadAssembly(std::uint64_t payload)
+      : _payload(payload), _buffer(SpareBuffers::shared().take()) {}
 
   /// Takes the next piece over. Throws std::bad_alloc; the payload cannot become whole then.
   void add(Frame& piece);

@@ -4,12 +4,25 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace kestrel::streams {
 
 /// Bytes that grow at their end, without a copy where the system can move pages instead. Not thread-safe.
 class PayloadBuffer {
  public:
+  PayloadBuffer() = default;
+  PayloadBuffer(PayloadBuffer&& other) noexcept
+      : _bytes(std::move(other._bytes)),
+        _size(std::exchange(other._size, 0)),
+        _capacity(std::exchange(other._capacity, 0)) {}
+  PayloadBuffer& operator=(PayloadBuffer&& other) noexcept {
+    _bytes = std::move(other._bytes);
+    _size = std::exchange(other._size, 0);
+    _capacity = std::exchange(other._capacity, 0);
+    return *this;
+  }
+
   /// Throws std::bad_alloc, and changes nothing then.
   void append(const std::uint8_t* data, std::size_t size);
   /// Forgets the bytes and keeps the memory.

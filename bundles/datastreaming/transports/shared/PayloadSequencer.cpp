@@ -9,7 +9,6 @@ namespace kestrel::streams {
 
 namespace {
 
-constexpr std::size_t mostSpare = std::size_t{64} << 20;
 constexpr std::size_t mostGone = 256;
 
 std::string nameOf(std::uint64_t producer) {
@@ -152,7 +151,7 @@ void PayloadSequencer::join(Intake& intake, Frame frame) {
   const Stamp stamp = frame.stamp;
   if (stamp.chunkIndex == 0) {
     if (intake.open) giveUp(intake, 0, "a payload of " + nameOf(intake.id) + " was left unfinished");
-    intake.open.emplace(stamp.payload, std::exchange(_spare, PayloadBuffer()));
+    intake.open.emplace(stamp.payload);
     intake.dropped = 0;
   } else {
     _sizes.erase({intake.open->cost(), intake.id});
@@ -259,13 +258,6 @@ PayloadAssembly PayloadSequencer::close(Intake& intake) {
   _heldMessages -= closed.pieces();
   moveTo(_idle, intake);
   return closed;
-}
-
-void PayloadSequencer::recycle(Frame& frame) {
-  if (!frame.joined || frame.joined.use_count() > 1) return;
-  if (frame.joined->capacity() > mostSpare || frame.joined->capacity() <= _spare.capacity()) return;
-  frame.joined->clear();
-  _spare = std::move(*frame.joined);
 }
 
 void PayloadSequencer::lose(std::uint64_t messages, std::string text) {

@@ -62,8 +62,6 @@ class PayloadSequencer {
   void producerVanished(std::uint64_t producer);
   /// The producer has given up the payload that it had begun.
   void payloadAbandoned(std::uint64_t producer);
-  /// The data callback is done with the frame, whose memory may serve again.
-  void recycle(Frame& frame);
 
   [[nodiscard]] std::optional<Action> next();
 
@@ -111,7 +109,6 @@ class PayloadSequencer {
   std::set<std::pair<std::uint64_t, std::uint64_t>> _sizes;  // cost and producer of each unfinished payload
   std::uint64_t _held = 0;                                   // the sum of those costs
   std::uint64_t _heldMessages = 0;
-  PayloadBuffer _spare;  // of a payload that was delivered
   std::deque<Action> _actions;
 };
 

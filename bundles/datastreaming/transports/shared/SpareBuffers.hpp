@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "transports/shared/PayloadBuffer.hpp"
+
+namespace kestrel::streams {
+
+/// Keeps the memory of payloads that were joined and delivered for those to come, up to a bound for the whole
+/// process: pages fresh from the system cost several times what pages in use cost. Safe from any thread.
+class SpareBuffers {
+ public:
+  static constexpr std::size_t mostKept = std::size_t{64} << 20;
+
+  /// Those of the process, which are never destroyed.
+  static SpareBuffers& shared();
+
+  /// An empty buffer, with the memory used last if there is any; it comes back when nobody holds it any more.
+  [[nodiscard]] std::shared_ptr<PayloadBuffer> take();
+
+ private:
+  void keep(PayloadBuffer buffer) noexcept;
+
+  std::mutex _mutex;
+  // Guarded by _mutex.
+  std::vector<PayloadBuffer> _kept;
+  std::size_t _bytes = 0;
+};
+
+}  // namespace kestrel::streams

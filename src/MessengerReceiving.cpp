@@ -127,9 +127,22 @@ void SendReceiveDataStream::handOver(const DataStruct& message) {
   (*handler)(message);
 }
 
+/// Waits while peers ask faster than answers may leave: the buffer's queue has no bound of its own, but the
+/// streaming service bounds what it keeps of the requests, and tells its producers. False if the messenger
+/// goes meanwhile.
+bool SendReceiveDataStream::roomForAnAnswer() {
+  const auto path = sendPath();
+  if (!path || !path->buffer) return true;
+  return path->backlog.awaitRoom(_timing.backlogLimit, [&](std::int64_t bytes) {
+    messengerLog().log(Severity::error, "Requests from stream ", _receiveStreamId, " wait: ", bytes,
+                       " bytes are queued to be sent, more than ", _timing.backlogLimit, ", and ",
+                       path->options.messageRate, " messages leave each second.");
+  });
+}
+
 void SendReceiveDataStream::serveRequest(const kestreldata::Array& uuid, const DataStruct& request) {
   const auto handler = _requestHandler.awaited();
-  if (!*handler && _gate->closed()) {
+  if (!roomForAnAnswer() || (!*handler && _gate->closed())) {
     _reception.outcome = Handling::notTaken;
     return;
   }

@@ -42,7 +42,8 @@ DataStruct SendReceiveDataStream::getAsyncRequestResult(const std::shared_future
                      std::chrono::duration_cast<std::chrono::seconds>(_timing.requestTimeout).count(),
                      " seconds.");
   if (!future.valid()) throw std::future_error(std::future_errc::no_state);
-  if (_deliveryThread.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
+  if (_deliveryThread.load(std::memory_order_relaxed) == std::this_thread::get_id() &&
+      future.wait_for(std::chrono::seconds(0)) == std::future_status::timeout) {
     messengerLog().log(
         Severity::error,
         "A handler waits for a response on its own messenger. The response cannot be delivered "
@@ -92,6 +93,7 @@ void SendReceiveDataStream::privateSend(const kestreldata::Array& envelope, Attr
   }
   if (path->buffer) {
     path->buffer->enqueue(bytes.data(), bytes.size(), std::move(attributes));
+    path->backlog.add(bytes.size());
   } else {
     path->helper->send(bytes, std::move(attributes), path->options.messageSizeLimit,
                        path->options.messageRate);

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Backlog.hpp"
 #include "MessengerOptions.hpp"
 #include "ProducerBuffer.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
@@ -16,6 +17,7 @@ struct SendPath {
   std::shared_ptr<kestrel::datastreaming::Stream> stream;
   std::shared_ptr<kestrel::datastreaming::Producer> producer;
   std::unique_ptr<SendDataHelper> helper;
+  Backlog backlog;                         ///< of the buffer
   std::unique_ptr<ProducerBuffer> buffer;  ///< empty unless the options ask for it
 };
 

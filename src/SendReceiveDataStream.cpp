@@ -59,6 +59,7 @@ void SendReceiveDataStream::shutDown() noexcept {
   _receiveHandler.release();
   _requestHandler.release();
   if (const auto path = sendPath()) {
+    path->backlog.release();
     try {
       path->helper->stop();
     } catch (const std::exception& error) {
@@ -67,9 +68,21 @@ void SendReceiveDataStream::shutDown() noexcept {
   }
   _requests.breakAll();
   _gate->close();
+  destroyEnds();
+}
+
+/// The consumer goes before the producer, whose helpers go first of all.
+void SendReceiveDataStream::destroyEnds() noexcept {
+  const auto path = std::exchange(_sendPath, nullptr);
+  _factory.reset();
   _receiveHelper.reset();
-  _sendPath.reset();
+  if (path) {
+    path->buffer.reset();
+    path->helper.reset();
+  }
   _consumer.reset();
+  if (path) path->producer.reset();
+  _receiveStream.reset();
 }
 
 std::string SendReceiveDataStream::getSendStreamId() {

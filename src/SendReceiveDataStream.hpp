@@ -21,12 +21,13 @@
 
 namespace remote_connectivity::asyncio::util {
 
-/// The fixed times of a messenger; tests shorten them.
+/// The fixed times of a messenger, and its one limit; tests shorten them.
 struct MessengerTiming {
   std::chrono::milliseconds requestTimeout = std::chrono::seconds(20);
   std::chrono::milliseconds waitSlice{5};  ///< how late an interrupt or the deadline is noticed
   std::chrono::milliseconds handlerGrace{
       250};  ///< how long after the start early messages wait for a handler
+  std::uint64_t backlogLimit = std::uint64_t{256} << 20;  ///< bytes; requests wait while more are queued
 };
 
 /// The messenger over one producer stream and one consumer stream.
@@ -99,9 +100,11 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   Handling outcomeOf(const std::exception_ptr& error) const noexcept;
   void processIncomingMessage(const std::uint8_t* data, std::size_t size, AttributeMap&& attributes);
   void handOver(const DataStruct& message);
+  bool roomForAnAnswer();
   void serveRequest(const kestreldata::Array& uuid, const DataStruct& request);
   bool waitForResult(const std::shared_future<DataStruct>& future) const;
   void shutDown() noexcept;
+  void destroyEnds() noexcept;
 
   const MessengerTiming _timing;
   HandlerSlot<void(const std::exception&)> _consumerErrorHandler;
@@ -114,7 +117,7 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   std::unique_ptr<ReceiveDataHelper> _receiveHelper;               // used by the delivery thread only
   std::string _sendStreamId;                                       // guard: _sendPathMutex
   const std::string _receiveStreamId;
-  const std::shared_ptr<StreamsFactory> _factory;
+  std::shared_ptr<StreamsFactory> _factory;  // set by the constructor only
   RequestTable _requests;
   KDAHelper _kdaHelper;        // complete once constructed, then safe for several threads
   EnvelopeBuilder _envelopes;  // uses the helper's factory

@@ -32,7 +32,9 @@ class FakeStreams : public ds::StreamsFactory {
   std::function<void()> onSend = [] {};
 
   struct End : ds::Stream, ds::Producer, ds::Consumer {
-    End(FakeStreams& streams, std::string stream) : owner(streams), streamId(std::move(stream)) {}
+    End(FakeStreams& streams, const char* kind, std::string stream)
+        : owner(streams), role(kind), streamId(std::move(stream)), destroyed(streams.destroyed) {}
+    ~End() override { destroyed->push_back(role + streamId); }
     std::string id() const override { return streamId; }
     void setErrorCallback(ds::ErrorCallback callback) override { error = std::move(callback); }
     void setDataCallback(ds::DataCallback callback) override { data = std::move(callback); }
@@ -48,7 +50,9 @@ class FakeStreams : public ds::StreamsFactory {
       return {};
     }
     FakeStreams& owner;
+    const std::string role;
     std::string streamId;
+    const std::shared_ptr<Lines> destroyed;
     ds::DataCallback data;
     ds::ErrorCallback error;
   };
@@ -58,17 +62,17 @@ class FakeStreams : public ds::StreamsFactory {
   }
   std::shared_ptr<ds::Stream> getStream(const std::string& id, const ds::AttributeMap&) override {
     onStep("getStream");
-    return std::make_shared<End>(*this, id);
+    return std::make_shared<End>(*this, "stream ", id);
   }
   std::shared_ptr<ds::Producer> createProducer(const std::shared_ptr<ds::Stream>& stream,
                                                const ds::ConfigurationMap& configuration) override {
     onStep("createProducer");
     producerConfigurations.push_back(configuration);
-    return producers.emplace_back(std::make_shared<End>(*this, stream->id()));
+    return producers.emplace_back(std::make_shared<End>(*this, "producer ", stream->id()));
   }
   std::shared_ptr<ds::Consumer> createConsumer(const std::shared_ptr<ds::Stream>& stream) override {
     onStep("createConsumer");
-    return consumer = std::make_shared<End>(*this, stream->id());
+    return consumer = std::make_shared<End>(*this, "consumer ", stream->id());
   }
   std::vector<ds::StreamStatistics> statistics() const override {
     return std::vector<ds::StreamStatistics>(3);
@@ -87,6 +91,8 @@ class FakeStreams : public ds::StreamsFactory {
   std::vector<ds::ConfigurationMap> producerConfigurations;
   std::vector<std::shared_ptr<End>> producers;
   std::shared_ptr<End> consumer;
+  /// Streams and ends, in the order in which they went.
+  const std::shared_ptr<Lines> destroyed = std::make_shared<Lines>();
 
  private:
   mutable std::mutex _mutex;  // guards _sent

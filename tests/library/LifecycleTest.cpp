@@ -1,4 +1,5 @@
 #include <atomic>
+#include <semaphore>
 
 #include "MessengerTest.hpp"
 #include "kestrel/host/Host.hpp"
@@ -163,6 +164,38 @@ TEST_F(LifecycleTest, WaitsForTheHandlerInFlightWhenItIsDestroyedAndLetsNoneInAf
   delivery.join();
   EXPECT_EQ(deliver(plainMessage), Handling::notTaken);
   EXPECT_EQ(left, 1);
+}
+
+TEST_F(LifecycleTest, DestroysTheConsumerBeforeTheProducerAndTheStreamsLast) {
+  auto messenger = make();
+  streams->producers.clear();  // now only the messenger holds them
+  streams->consumer.reset();
+  messenger.reset();
+  EXPECT_THAT(*streams->destroyed, ElementsAre("consumer in", "producer out", "stream in", "stream out"));
+}
+
+TEST_F(LifecycleTest, LetsRequestsWaitWhileTooManyAnswersAreQueued) {
+  const kestrel::host::Host host;
+  std::counting_semaphore<> leave(0);
+  streams->onSend = [&] { leave.acquire(); };
+  auto messenger = make({{"producerUsesBuffer", true}}, {.backlogLimit = 1});
+  std::atomic<int> served = 0;
+  messenger->setRequestHandler([&](const DataStruct& request) {
+    ++served;
+    return request;
+  });
+  const auto ask = [&] { return deliver(row({chars("request"), chars("id"), number(1), text("")})); };
+  EXPECT_EQ(ask(), Handling::done);
+  auto waiting = std::async(std::launch::async, ask);
+  ASSERT_TRUE(soonLogs("Requests from stream in wait: "));
+  EXPECT_EQ(served, 1);
+  leave.release();  // the first answer
+  EXPECT_EQ(waiting.get(), Handling::done);
+  waiting = std::async(std::launch::async, ask);
+  auto destroyed = std::async(std::launch::async, [&] { messenger.reset(); });
+  EXPECT_EQ(waiting.get(), Handling::notTaken);
+  EXPECT_EQ(served, 2);
+  leave.release(2);
 }
 
 TEST_F(LifecycleTest, LeavesMessagesThatWaitForAHandlerToTheNextConsumer) {

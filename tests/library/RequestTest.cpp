@@ -146,6 +146,14 @@ TEST_F(RequestTest, OfAHandlerOnItsOwnMessengerAreLoggedAtOnce) {
   deliver(plainMessage);
   EXPECT_THAT(logged(Severity::error),
               ElementsAre(testing::Not(HasSubstr("Timeout")), HasSubstr("Timeout waiting for response.")));
+  log.clear();
+  const auto pending = messenger->asyncRequest(DataStruct(number(1)));
+  respond(pending.second, 10);
+  messenger->setReceiveHandler([&](const DataStruct&) {
+    EXPECT_EQ(numberOf(messenger->getAsyncRequestResult(pending.first, pending.second).data), 10);
+  });
+  EXPECT_EQ(deliver(plainMessage), Handling::done);
+  EXPECT_THAT(logged(Severity::error), IsEmpty()) << "there was nothing to wait for";
 }
 
 TEST_F(RequestTest, EndAsTheMessengerIsDestroyedEvenInsideAHandler) {

@@ -177,7 +177,7 @@ TEST_F(LifecycleTest, DestroysTheConsumerBeforeTheProducerAndTheStreamsLast) {
 TEST_F(LifecycleTest, LetsRequestsWaitWhileTooManyAnswersAreQueued) {
   const kestrel::host::Host host;
   std::counting_semaphore<> leave(0);
-  streams->onSend = [&] { leave.acquire(); };
+  streams->onSend = [&] { (void)leave.try_acquire_for(patience); };
   auto messenger = make({{"producerUsesBuffer", true}}, {.backlogLimit = 1});
   std::atomic<int> served = 0;
   messenger->setRequestHandler([&](const DataStruct& request) {

@@ -15,7 +15,8 @@ using datastreaming::MessageAttributes;
 ///
 /// A message is "<producer><sequence>", a piece "<producer><sequence>/<payload>.<index>", with "!" for the
 /// last one and then options: r<n> n refused before it, x its producer abandons the open payload, b<n> size,
-/// t a text where an integer belongs, i an integer where a text belongs, n no attributes, u unknown version.
+/// y<ms> age, t a text where an integer belongs, i an integer where a text belongs, n no attributes, u
+/// unknown version.
 /// "+<ms>" moves the time, "tick" tells it, "e<ms>" excuses, "v<producer>" vanishes, "a<producer>" abandons,
 /// "s<producer><n>" says that n were sent, beginning at once, and "o<producer><n>" the same of one that began
 /// before the script. Out come the messages, with "*<n>" if they were joined of n, "-<n>" for a reported
@@ -77,6 +78,7 @@ class Script {
     stamp.last = !stamp.chunked || has('!');
     stamp.refusedBefore = has('r') ? static_cast<std::uint32_t>(number('r')) : 0;
     stamp.abandons = has('x');
+    if (has('y')) stamp.age = static_cast<std::int64_t>(number('y'));
     if (has('u')) stamp.version = 77;
     if (stamp.chunked && !has('n')) {
       frame.attributes = {{MessageAttributes::CompressionType, "chunk"},
@@ -140,6 +142,8 @@ const Scenario scenarios[] = {
     {"WordThatSaysNothingNew", "A1 A2 sA2 A3 sA1", "A1 A2 A3"},
     {"LostEndTakesTheOpenPayload", "A1/1.0 sA2 A3", "-2 A3"},
     {"LostBeginningOfOneThatBeganMeanwhile", "A5 sA5 A6 sA6", "A5 -4 A6"},
+    {"YoungMessageTellsOfALostBeginning", "+50 A5y50 A6y60 sA6", "-4 A5 A6"},
+    {"OldMessageTellsOfNone", "+50 A5y51 A6 sA6", "A5 A6"},
     {"UnheardBeginningOfOneThatWasThereBefore", "A5 oA5 A6 sA6", "A5 A6"},
     {"NothingButTheLastWord", "sA3 vA oB3 vB", "-3"},
     // Forged numbers

@@ -20,12 +20,10 @@ std::shared_ptr<LiveAnnouncer> LiveAnnouncer::create(NatsConnection& connection,
   return announcer;
 }
 
-void LiveAnnouncer::sent(std::uint64_t number) {
-  if (_last.load(std::memory_order_relaxed) == 0) {
-    const std::lock_guard lock(_mutex);
-    _began = Clock::now();
-  }
-  _last.store(number, std::memory_order_release);
+std::chrono::milliseconds LiveAnnouncer::age() {
+  const TimePoint now = Clock::now();
+  if (_began.load(std::memory_order_relaxed) == TimePoint()) _began.store(now, std::memory_order_relaxed);
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now - _began.load(std::memory_order_relaxed));
 }
 
 void LiveAnnouncer::abandoned() {
@@ -42,7 +40,7 @@ void LiveAnnouncer::retire() {
 
 bool LiveAnnouncer::say(ProducerEvent::Kind kind, bool ask) {
   try {
-    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _began);
+    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _began.load());
     Outbox& outbox = _connection.outbox();
     if (outbox.post({makeEvent(_subject, {kind, _producer, _last, age}), cost, 0, nullptr, 0})) return false;
     // The question goes behind the word: when it comes back, the server has both.

@@ -19,8 +19,10 @@ class LiveAnnouncer final : public ReplySink, public ConnectionWatcher {
   [[nodiscard]] static std::shared_ptr<LiveAnnouncer> create(NatsConnection& connection, std::string subject,
                                                              std::uint64_t producer);
 
-  /// The producer has sent the message of that number; for one thread at a time.
-  void sent(std::uint64_t number);
+  /// The age of the message that is about to be sent, the first of which begins; for one thread at a time.
+  [[nodiscard]] std::chrono::milliseconds age();
+  /// The producer has sent the message of that number; for that thread.
+  void sent(std::uint64_t number) { _last.store(number, std::memory_order_release); }
   /// It has given up the payload that it had begun.
   void abandoned();
   /// It will send nothing more.
@@ -48,10 +50,10 @@ class LiveAnnouncer final : public ReplySink, public ConnectionWatcher {
   const std::uint64_t _producer;
   std::string _replyPrefix;  // set by create()
   std::atomic<std::uint64_t> _last{0};
+  std::atomic<TimePoint> _began{TimePoint()};
 
   std::mutex _mutex;
   // Guarded by _mutex.
-  TimePoint _began{};
   std::uint64_t _seen = 0;  // what _last was at the beat before
   TimePoint _due{};         // when to say again that it is idle
   std::chrono::seconds _interval = firstInterval;

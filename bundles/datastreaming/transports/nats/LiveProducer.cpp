@@ -57,9 +57,10 @@ void LiveProducer::open() {
 
 ProducerBase::Outcome LiveProducer::transmit(const Outgoing& message) {
   static const auto& noReply = *new const std::string;  // never destroyed
-  auto made =
-      makeMessage({_subject, noReply, message.stamp, message.data, message.size, message.attributes, false},
-                  _connection->maxPayload());
+  Stamp stamp = message.stamp;
+  stamp.age = _announcer->age().count();
+  auto made = makeMessage({_subject, noReply, stamp, message.data, message.size, message.attributes, false},
+                          _connection->maxPayload());
   if (auto* why = std::get_if<std::string>(&made)) return {std::move(*why), {}};
   auto& outgoing = std::get<OutgoingMessage>(made);
   EchoBook::Expectation expected{0, emptyAcknowledgement()};

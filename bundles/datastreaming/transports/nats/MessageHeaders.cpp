@@ -66,10 +66,16 @@ bool takeNumber(const char*& at, const char* end, T& number, int base = 10) {
   return true;
 }
 
+/// Reads milliseconds up to the end.
+bool readAge(const char* at, const char* end, std::int64_t& age) {
+  const auto [next, error] = std::from_chars(at, end, age);
+  return error == std::errc() && next == end && age >= 0 && age <= longestAge.count();
+}
+
 }  // namespace
 
 std::string writeStamp(const Stamp& stamp) {
-  char buffer[128];
+  char buffer[160];
   char* const end = buffer + sizeof buffer;
   char* at = buffer;
   const auto put = [&](std::uint64_t number, int base) {
@@ -85,6 +91,10 @@ std::string writeStamp(const Stamp& stamp) {
   if (stamp.chunked) *at++ = 'c';
   if (!stamp.last) *at++ = 'm';
   if (stamp.abandons) *at++ = 'a';
+  if (stamp.age >= 0) {
+    *at++ = '.';
+    at = std::to_chars(at, end, stamp.age).ptr;
+  }
   return {buffer, at};
 }
 
@@ -100,6 +110,10 @@ std::optional<Stamp> readStamp(const char* text) {
   const auto [flags, error] = std::from_chars(at, end, stamp.refusedBefore);
   if (error != std::errc() || flags == end || *flags != '.') return std::nullopt;
   for (at = flags + 1; at != end; ++at) {
+    if (*at == '.') {
+      if (!readAge(at + 1, end, stamp.age)) return std::nullopt;
+      break;
+    }
     switch (*at) {
       case 'c':
         stamp.chunked = true;
@@ -144,9 +158,7 @@ std::optional<ProducerEvent> readEvent(const std::string& text) {
   if (error != std::errc()) return std::nullopt;
   if (rest == end) return event;
   std::int64_t age = 0;
-  if (*rest != '.' || std::from_chars(rest + 1, end, age).ptr != end || age < 0 || age > longestAge.count()) {
-    return std::nullopt;
-  }
+  if (*rest != '.' || !readAge(rest + 1, end, age)) return std::nullopt;
   event.age = std::chrono::milliseconds(age);
   return event;
 }

@@ -20,7 +20,7 @@ struct MessageHeaders {
 };
 
 /// "version.producer.sequence.payload.index.refused.flags": the producer in hexadecimal; flags are 'c' for a
-/// piece, 'm' when more pieces follow, 'a' when the payload before it was given up.
+/// piece, 'm' when more pieces follow, 'a' when the payload before it was given up. Or with ".age" behind.
 [[nodiscard]] std::string writeStamp(const Stamp& stamp);
 [[nodiscard]] std::optional<Stamp> readStamp(const char* text);
 

@@ -80,7 +80,11 @@ bool PayloadSequencer::follow(Intake& intake, Frame& frame) {
   };
   switch (step.kind) {
     case SequenceTrack::Kind::next:
-      if (stamp.sequence == 1) intake.beginningKnown = true;
+      if (stamp.sequence == 1 || stamp.age >= 0) {
+        std::optional<TimePoint> began;
+        if (stamp.age >= 0) began = frame.arrival - std::chrono::milliseconds(stamp.age);
+        judgeBeginning(intake, intake.numbers.first() - 1, began);
+      }
       if (step.missing > 0) {
         giveUp(intake, step.missing, missingText(step.missing, intake.id));
       } else if (stamp.abandons) {

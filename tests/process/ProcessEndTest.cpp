@@ -33,8 +33,8 @@ std::string endOf(const std::string& how, const std::string& endpoint) {
 
 class ProcessEnd : public testing::TestWithParam<const char*> {
  protected:
-  void endsCleanly(const std::string& endpoint) {
-    for (int i = 0; i < 20; ++i) EXPECT_EQ(endOf(GetParam(), endpoint), "exit 7") << "run " << i;
+  void endsCleanly(const std::string& endpoint, int runs = 20) {
+    for (int i = 0; i < runs; ++i) EXPECT_EQ(endOf(GetParam(), endpoint), "exit 7") << "run " << i;
   }
 };
 
@@ -48,6 +48,15 @@ TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkOverNats) {
     GTEST_SKIP() << reason;
   const kestrel::streams::NatsServer server;
   endsCleanly(server.url());
+}
+
+TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkOverTls) {
+  if (const auto reason = kestrel::streams::NatsServer::unavailable(); !reason.empty())
+    GTEST_SKIP() << reason;
+  const kestrel::streams::NatsServer folder;  // for the certificate
+  const kestrel::streams::Certificate certificate(folder.directory(), "IP:127.0.0.1");
+  const kestrel::streams::NatsServer server({.certificate = certificate.file, .key = certificate.key});
+  endsCleanly(server.url("tls_ca=" + certificate.file), 4);
 }
 #endif
 

@@ -177,7 +177,8 @@ NatsSession::~NatsSession() {
   _loop.stop();  // the client does not expect to be closed while it reads
   _loop.hangUp();
   Listeners::shared().remove(_number);
-  natsConnection_Destroy(_handle);
+  if (const auto pass = _loop.enter())
+    natsConnection_Destroy(_handle);  // else the end of the process takes it
 }
 
 std::optional<NatsSession::Refusal> NatsSession::open(const NatsEndpoint& endpoint,
@@ -192,6 +193,8 @@ std::optional<NatsSession::Refusal> NatsSession::open(const NatsEndpoint& endpoi
     forbidSecurity(raw);
   }
   _loop.install(raw);
+  const auto pass = _loop.enter();
+  if (!pass) return Refusal{"the process ends", false};
   const natsStatus status = natsConnection_Connect(&_handle, raw);
   if (status != NATS_OK) return Refusal{failureText(status, endpoint, server), status != NATS_NO_SERVER};
   if (natsConnection_HasHeaderSupport(_handle) == NATS_OK) return std::nullopt;

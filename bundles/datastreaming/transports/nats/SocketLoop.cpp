@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <utility>
 
+#include "transports/nats/TlsGate.hpp"
 #include "transports/nats/TlsRecord.hpp"
 #include "transports/shared/ThreadName.hpp"
 
@@ -18,6 +20,7 @@ namespace kestrel::streams {
 namespace {
 
 constexpr int mostReads = 1000;  // of what has come in before the end of a connection
+constexpr std::chrono::milliseconds pauseAtTheEnd{10};
 
 void clear(const FileDescriptor& signalled) {
   std::uint64_t count = 0;
@@ -50,7 +53,17 @@ void SocketLoop::hangUp() {
     const std::lock_guard lock(_named);
     if (attached()) ::shutdown(_socket, SHUT_RDWR);
   }
-  for (int reads = 0; attached() && reads < mostReads; ++reads) natsConnection_ProcessReadEvent(_connection);
+  const auto pass = enter();
+  for (int reads = 0; pass && attached() && reads < mostReads; ++reads) {
+    natsConnection_ProcessReadEvent(_connection);
+  }
+}
+
+std::optional<callbacks::ExitGate::Pass> SocketLoop::enter() const {
+  if (!_secure) return callbacks::ExitGate::Pass(nullptr);
+  auto pass = useTls();
+  if (!pass) return std::nullopt;
+  return pass;
 }
 
 void SocketLoop::install(natsOptions* options) {
@@ -133,6 +146,8 @@ bool SocketLoop::flush() {
 bool SocketLoop::write(natsConnection* connection) {
   const std::unique_lock lock(_using, std::try_to_lock);
   if (!lock || !attached()) return false;
+  const auto pass = enter();
+  if (!pass) return false;
   const FlushesItself mark;
   natsConnection_ProcessWriteEvent(connection);
   return natsConnection_Buffered(connection) <= 0;
@@ -165,6 +180,8 @@ void SocketLoop::turn() {
   const bool ended = (ready.revents & (POLLHUP | POLLRDHUP | POLLERR)) != 0;
   if (ended || ((ready.revents & POLLIN) != 0 && (!_secure || tlsRecordComplete(socket)))) {
     const std::lock_guard lock(_using);
+    const auto pass = enter();
+    if (!pass) return std::this_thread::sleep_for(pauseAtTheEnd);
     natsConnection_ProcessReadEvent(_connection);
   }
   if ((ready.revents & POLLOUT) != 0) _wantsWrite = false;  // whoever leaves something asks again

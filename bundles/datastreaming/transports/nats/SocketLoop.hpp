@@ -4,7 +4,9 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <kestrel/callbacks/ExitGate.hpp>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "transports/nats/FileDescriptor.hpp"
@@ -61,6 +63,8 @@ class SocketLoop {
   /// Lets the client find that the connection has ended. If it had to end it, it would wait half a second for
   /// an answer that nobody reads any more. Only after stop().
   void hangUp();
+  /// For each use of the client that may reach the socket: empty once that is over TLS and the process ends.
+  [[nodiscard]] std::optional<callbacks::ExitGate::Pass> enter() const;
 
   /// While one exists, the calling thread flushes what it appends by itself, and the loop is not woken for
   /// it.

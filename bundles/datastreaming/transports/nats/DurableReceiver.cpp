@@ -189,22 +189,31 @@ void DurableReceiver::detach() {
 
 void DurableReceiver::receive() {
   natsMsg* raw = nullptr;
+  const TimePoint asked = Clock::now();
   const natsStatus status = natsSubscription_NextMsg(&raw, _subscription.get(), waitFor(slice).count());
   auto message = share(raw);
-  beginTurn(waitingIn(*_subscription));
+  beginTurn(waitingIn(*_subscription), asked);
   if (status == NATS_OK) {
     take(std::move(message));
   } else if (status == NATS_NO_RESPONDERS) {
     takeUnshown();
   } else if (status == NATS_TIMEOUT) {
-    _order.tick(Clock::now());
     (void)reportRefused();
   } else if (!stopped()) {
     detach();  // dropped by the client, or the connection is about to be closed
   }
+  giveUpGaps();
   while (auto incoming = _order.next()) deliver(std::move(*incoming));
   endTurn();
   if (status == NATS_OK) _heard = Clock::now();
+}
+
+/// Those that have been waited for long enough by the time up to which all has been taken.
+void DurableReceiver::giveUpGaps() {
+  const TimePoint now = Clock::now();
+  if (now < _nextTick) return;
+  _nextTick = now + slice / 2;
+  _order.tick(reached());
 }
 
 void DurableReceiver::take(std::shared_ptr<natsMsg> message) {

@@ -33,6 +33,7 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   void noticeNewStore(const DurableStore::Claim& claim);
   bool keepAttached();
   void receive();
+  void giveUpGaps();
   void take(std::shared_ptr<natsMsg> message);
   void takeUnshown();
   void takeStored(const DeliveryNumbers& numbers, const std::string& reply, Incoming incoming);
@@ -64,6 +65,7 @@ class DurableReceiver final : public NatsReceiver, public std::enable_shared_fro
   bool _complained = false;  // about not being able to attach
   TimePoint _heard{};        // when anything came last
   TimePoint _nextAttempt{};
+  TimePoint _nextTick{};
 };
 
 }  // namespace kestrel::streams

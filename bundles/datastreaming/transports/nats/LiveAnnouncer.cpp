@@ -17,13 +17,14 @@ std::shared_ptr<LiveAnnouncer> LiveAnnouncer::create(NatsConnection& connection,
   std::shared_ptr<LiveAnnouncer> announcer(new LiveAnnouncer(connection, std::move(subject), producer));
   announcer->_replyPrefix = connection.inbox().add(announcer);
   connection.watch(announcer);
+  if (connection.closed()) announcer->closed(connection.lastFailure());  // it may have been just before
   return announcer;
 }
 
 std::chrono::milliseconds LiveAnnouncer::age() {
   const TimePoint now = Clock::now();
   if (_began.load(std::memory_order_relaxed) == TimePoint()) _began.store(now, std::memory_order_relaxed);
-  return std::chrono::duration_cast<std::chrono::milliseconds>(now - _began.load(std::memory_order_relaxed));
+  return std::chrono::ceil<std::chrono::milliseconds>(now - _began.load(std::memory_order_relaxed));
 }
 
 void LiveAnnouncer::abandoned() {
@@ -40,7 +41,7 @@ void LiveAnnouncer::retire() {
 
 bool LiveAnnouncer::say(ProducerEvent::Kind kind, bool ask) {
   try {
-    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - _began.load());
+    const auto age = std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - _began.load());
     Outbox& outbox = _connection.outbox();
     if (outbox.post({makeEvent(_subject, {kind, _producer, _last, age}), cost, 0, nullptr, 0})) return false;
     // The question goes behind the word: when it comes back, the server has both.

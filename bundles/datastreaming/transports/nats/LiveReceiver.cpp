@@ -29,11 +29,12 @@ void LiveReceiver::interrupt() {
 void LiveReceiver::run() {
   while (!stopped()) {
     natsMsg* raw = nullptr;
+    const TimePoint asked = Clock::now();
     const auto most = reportRefused() ? Throttle::interval : longest;
     const natsStatus status = _subscription->next(&raw, waitFor(_pipeline->deadline() ? slice : most));
     auto message = share(raw);
     passTime(_connection->currentSession() != 0);
-    beginTurn(_subscription->waiting());
+    beginTurn(_subscription->waiting(), asked);
     if (status == NATS_OK) {
       deliver(identify(std::move(message)));
     } else if (status == NATS_TIMEOUT || status == NATS_SLOW_CONSUMER) {

@@ -37,10 +37,15 @@ void NatsReceiver::passTime(bool possible) {
   if (!possible) _pipeline->excuse(_seen - before);
 }
 
-void NatsReceiver::beginTurn(std::uint64_t waiting) {
+void NatsReceiver::beginTurn(std::uint64_t waiting, TimePoint asked) {
+  const TimePoint now = Clock::now();
+  // Who had to wait for a message got it as it came; else it came after there was none.
+  if (now - asked > std::chrono::milliseconds(1)) _emptyAt = now;
+  _earliest = _emptyAt;
+  if (waiting == 0) _emptyAt = now;
   _moreWaits = waiting > 0;
   if (_moreWaits) _connection->outbox().expectMore();
-  _clock.advance(Clock::now(), waiting);
+  _clock.advance(now, waiting);
 }
 
 void NatsReceiver::endTurn() {
@@ -60,6 +65,7 @@ void NatsReceiver::deliver(Incoming incoming) {
   Frame frame;
   frame.stamp = *stamp;
   frame.arrival = Clock::now();  // or before, but it cannot have been silent since then
+  frame.earliest = _earliest;
   frame.data = reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message));
   frame.size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message));
   frame.attributes = std::move(*attributes);
@@ -71,8 +77,8 @@ void NatsReceiver::deliver(Incoming incoming) {
 void NatsReceiver::deliverEvent(const ProducerEvent& event) {
   if (event.kind == ProducerEvent::Kind::abandoned) return _pipeline->payloadAbandoned(event.producer);
   std::optional<TimePoint> began;
-  if (event.age) began = Clock::now() - *event.age;
-  _pipeline->producerReached(event.producer, event.after, began);
+  if (event.age) began = _earliest - *event.age;
+  _pipeline->producerReached(event.producer, event.after, began, Clock::now());
   if (event.kind == ProducerEvent::Kind::gone) _pipeline->producerVanished(event.producer);
 }
 

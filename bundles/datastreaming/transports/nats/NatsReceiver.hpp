@@ -52,8 +52,10 @@ class NatsReceiver {
   void passTime(bool possible);
   /// Around the handling of what has just been taken from the subscription, if anything: what goes out
   /// meanwhile goes out together if more waits, and at the end payloads that have fallen silent are given up.
-  void beginTurn(std::uint64_t waiting);
+  void beginTurn(std::uint64_t waiting, TimePoint asked);
   void endTurn();
+  /// Everything that came before that time has been taken.
+  [[nodiscard]] TimePoint reached() const { return _clock.reached(); }
 
   /// Hands one message to the pipeline, or reports it if it comes from no producer of ours.
   void deliver(Incoming incoming);
@@ -79,7 +81,9 @@ class NatsReceiver {
 
   // The delivery thread's own.
   ArrivalClock _clock{Clock::now()};
-  TimePoint _seen = Clock::now();  // when passTime() was called last
+  TimePoint _seen = Clock::now();      // when passTime() was called last
+  TimePoint _emptyAt = Clock::now();   // when no message waited last
+  TimePoint _earliest = Clock::now();  // when what was taken last can have come
   bool _moreWaits = false;
   std::atomic<bool> _stopped{false};
 };

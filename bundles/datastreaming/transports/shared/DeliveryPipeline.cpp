@@ -24,8 +24,8 @@ void DeliveryPipeline::tick(TimePoint now) {
 }
 
 void DeliveryPipeline::producerReached(std::uint64_t producer, std::uint64_t last,
-                                       std::optional<TimePoint> began) {
-  _sequencer.producerReached(producer, last, began);
+                                       std::optional<TimePoint> began, TimePoint now) {
+  _sequencer.producerReached(producer, last, began, now);
   work();
 }
 

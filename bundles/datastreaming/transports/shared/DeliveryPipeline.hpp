@@ -33,7 +33,8 @@ class DeliveryPipeline {
   void tick(TimePoint now);
   /// See PayloadSequencer.
   void excuse(Clock::duration time) { _sequencer.excuse(time); }
-  void producerReached(std::uint64_t producer, std::uint64_t last, std::optional<TimePoint> began);
+  void producerReached(std::uint64_t producer, std::uint64_t last, std::optional<TimePoint> began,
+                       TimePoint now);
   void producerVanished(std::uint64_t producer);
   void payloadAbandoned(std::uint64_t producer);
   /// The consumer goes, and so many messages still wait for it: they are counted as lost with those that are

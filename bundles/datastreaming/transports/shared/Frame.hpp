@@ -27,7 +27,8 @@ class Receipt {
 /// as long as the frame exists.
 struct Frame {
   Stamp stamp;
-  TimePoint arrival;  ///< the latest time at which it can have arrived; never before that of the last frame
+  TimePoint arrival;   ///< the latest time at which it can have arrived; never before that of the last frame
+  TimePoint earliest;  ///< the earliest, where the transport tells it
   const std::uint8_t* data = nullptr;
   std::uint64_t size = 0;
   datastreaming::AttributeMap attributes;

@@ -21,9 +21,11 @@ class Receipts final : public Receipt {
 }  // namespace
 
 void PayloadAssembly::add(Frame& piece) {
+  SpareBuffers::shared().prepare(*_buffer, _buffer->size() + piece.size);
   _buffer->append(piece.data, piece.size);
   if (piece.receipt) _receipts.push_back(std::move(piece.receipt));
   ++_pieces;
+  _attributesCost = ByteBudget::costOf(0, piece.attributes);
   _last = std::move(piece);
   _last.owner.reset();
   _last.charge = {};

@@ -1,5 +1,6 @@
 #include "transports/shared/PayloadSequencer.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <new>
 
@@ -23,7 +24,7 @@ std::string missingText(std::uint64_t count, std::uint64_t producer) {
 }  // namespace
 
 void PayloadSequencer::accept(Frame frame) {
-  _latest = frame.arrival;
+  _latest = std::max(_latest, frame.arrival);
   if (frame.stamp.version != Stamp::currentVersion) {
     settle(frame.receipt);
     return lose(1, "a message has a stamp of version " + std::to_string(frame.stamp.version) +
@@ -68,7 +69,7 @@ void PayloadSequencer::makeSpace() {
   if (_idle.empty()) return;
   _producers.erase(_idle.front());
   _idle.pop_front();
-  if (_begun) _begun = _latest;
+  if (_begun) _begun = std::max(*_begun, _latest);
 }
 
 /// Looks at the number of a frame; returns whether it is to be delivered.
@@ -82,8 +83,11 @@ bool PayloadSequencer::follow(Intake& intake, Frame& frame) {
     case SequenceTrack::Kind::next:
       if (stamp.sequence == 1 || stamp.age >= 0) {
         std::optional<TimePoint> began;
-        if (stamp.age >= 0) began = frame.arrival - std::chrono::milliseconds(stamp.age);
-        judgeBeginning(intake, intake.numbers.first() - 1, began);
+        if (stamp.age >= 0) began = frame.earliest - std::chrono::milliseconds(stamp.age);
+        const std::uint64_t before = intake.numbers.first() - 1;
+        const bool isFirst = intake.numbers.first() == stamp.sequence;
+        judgeBeginning(intake, before - (isFirst ? std::min<std::uint64_t>(before, stamp.refusedBefore) : 0),
+                       began);
       }
       if (step.missing > 0) {
         giveUp(intake, step.missing, missingText(step.missing, intake.id));
@@ -96,8 +100,11 @@ bool PayloadSequencer::follow(Intake& intake, Frame& frame) {
       return true;
     case SequenceTrack::Kind::copy:
       // While the original may still be undelivered, settling the copy could lose both.
-      if (!intake.open) settle(frame.receipt);
+      if (!intake.open || stamp.sequence < intake.open->firstNumber()) settle(frame.receipt);
       _actions.emplace_back(Copy{});
+      return false;
+    case SequenceTrack::Kind::late:
+      settle(frame.receipt);  // it has been counted as missing
       return false;
     case SequenceTrack::Kind::early:
       settle(frame.receipt);
@@ -155,7 +162,7 @@ void PayloadSequencer::join(Intake& intake, Frame frame) {
   const Stamp stamp = frame.stamp;
   if (stamp.chunkIndex == 0) {
     if (intake.open) giveUp(intake, 0, "a payload of " + nameOf(intake.id) + " was left unfinished");
-    intake.open.emplace(stamp.payload);
+    intake.open.emplace(stamp.payload, stamp.sequence);
     intake.dropped = 0;
   } else {
     _sizes.erase({intake.open->cost(), intake.id});
@@ -206,7 +213,8 @@ void PayloadSequencer::excuse(Clock::duration time) {
 }
 
 void PayloadSequencer::producerReached(std::uint64_t producer, std::uint64_t last,
-                                       std::optional<TimePoint> began) {
+                                       std::optional<TimePoint> began, TimePoint now) {
+  _latest = std::max(_latest, now);
   Intake& intake = intakeOf(producer);
   const std::uint64_t heardFirst = intake.numbers.first();
   const auto step = intake.numbers.told(last);
@@ -234,6 +242,7 @@ void PayloadSequencer::producerVanished(std::uint64_t producer) {
   if (_gone.size() <= mostGone) return;
   _producers.erase(_gone.front());
   _gone.pop_front();
+  if (_begun) _begun = std::max(*_begun, _latest);
 }
 
 void PayloadSequencer::payloadAbandoned(std::uint64_t producer) {

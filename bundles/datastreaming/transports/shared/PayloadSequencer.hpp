@@ -57,7 +57,8 @@ class PayloadSequencer {
   void excuse(Clock::duration time);
   /// The producer says how far it has come: the number of the message that it sent last, and when it sent its
   /// first one, if it told that.
-  void producerReached(std::uint64_t producer, std::uint64_t last, std::optional<TimePoint> began);
+  void producerReached(std::uint64_t producer, std::uint64_t last, std::optional<TimePoint> began,
+                       TimePoint now);
   /// The producer has gone; no frame of it will follow.
   void producerVanished(std::uint64_t producer);
   /// The producer has given up the payload that it had begun.
@@ -101,7 +102,7 @@ class PayloadSequencer {
 
   const Limits _limits;
   std::optional<TimePoint> _begun;  // from when on it is known who has begun
-  TimePoint _latest{};              // arrival
+  TimePoint _latest{};              // time that anything came
   std::unordered_map<std::uint64_t, Intake> _producers;
   Order _assembling;  // those with an unfinished payload, the one whose newest piece is the oldest first
   Order _idle;        // the others, the one heard longest ago first

@@ -14,14 +14,19 @@ namespace kestrel::streams {
 class SpareBuffers {
  public:
   static constexpr std::size_t mostKept = std::size_t{64} << 20;
+  static constexpr std::size_t leastKept = std::size_t{64} << 10;  ///< of one buffer; smaller ones are cheap
 
   /// Those of the process, which are never destroyed.
   static SpareBuffers& shared();
 
-  /// An empty buffer, with the memory used last if there is any; it comes back when nobody holds it any more.
-  [[nodiscard]] std::shared_ptr<PayloadBuffer> take();
+  /// An empty buffer, whose memory comes here when nobody holds it any more.
+  [[nodiscard]] std::shared_ptr<PayloadBuffer> make();
+  /// Before a buffer grows to that size: gives it the memory of another one if there is one of about that
+  /// size; not of a much larger one, for who holds a little must not hold much.
+  void prepare(PayloadBuffer& buffer, std::size_t size);
 
  private:
+  [[nodiscard]] PayloadBuffer take(std::size_t size);
   void keep(PayloadBuffer buffer) noexcept;
 
   std::mutex _mutex;

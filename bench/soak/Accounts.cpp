@@ -1,10 +1,14 @@
 #include "Accounts.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace soak {
 
 namespace {
+
+constexpr std::int64_t timeToAcknowledge = 10 * second * slowness;  // of a message, on a busy machine
+constexpr std::int64_t timeToAnswer = 3 * second * slowness;
 
 std::uint64_t idOf(std::uint32_t process, std::uint32_t receiver) {
   return std::uint64_t{process} << 32 | receiver;
@@ -23,7 +27,8 @@ void Accounts::add(std::uint32_t process, const Record& record) {
       sender.lane = record.lane;
       sender.highestSent = record.number;
       ++_counts.sent;
-      if (sender.early.erase(record.number) == 0) sender.missing.emplace(record.number, record.time);
+      if (sender.early.erase(record.number) == 0)
+        sender.missing.emplace(record.number, Sent{record.time, record.value});
       return;
     }
     case Kind::unsent:
@@ -31,6 +36,8 @@ void Accounts::add(std::uint32_t process, const Record& record) {
       return;
     case Kind::closed:
       _senders[record.sender].closed = record.time;
+      return;
+    case Kind::ready:
       return;
     case Kind::opened:
       _receivers[receiver] = {record.lane, process, record.time, 0, 0};
@@ -48,7 +55,7 @@ void Accounts::add(std::uint32_t process, const Record& record) {
       _receivers[receiver].left = record.time;
       return;
     case Kind::asked:
-      _asked[{record.sender, record.number}] = process;
+      _asked[{record.sender, record.number}] = {process, record.time};
       return;
     case Kind::reported:
       _reports[{receiver, record.lane}] = {record.number, record.value};
@@ -60,7 +67,10 @@ void Accounts::add(std::uint32_t process, const Record& record) {
       ++_counts.misanswered;
       break;
     case Kind::failed:
-      ++_counts.failed;
+      _failed.push_back(_asked[{record.sender, record.number}]);
+      break;
+    case Kind::abandoned:
+      ++_counts.failedWithMessenger;
       break;
   }
   _asked.erase({record.sender, record.number});
@@ -69,11 +79,14 @@ void Accounts::add(std::uint32_t process, const Record& record) {
 void Accounts::addReceived(Id receiver, const Record& record) {
   Sender& sender = _senders[record.sender];
   const std::uint64_t number = record.number;
+  const Holder holder{receiver, record.time};
+  if (sender.holders.size() < number) sender.holders.resize(number);
+  const Holder former = std::exchange(sender.holders[number - 1], holder);
   const bool known = number <= sender.highestSent;
   const bool first = known ? sender.missing.erase(number) > 0 : sender.early.insert(number).second;
   if (!first) {
     sender.newest[receiver] = number;
-    _repeated.emplace_back(receiver, record);
+    _repeated.push_back({former, holder, record.lane});
     return;
   }
   ++_counts.right;
@@ -84,16 +97,19 @@ void Accounts::addReceived(Id receiver, const Record& record) {
   last = std::max(last, number);
 }
 
-/// A durable message may come again to a receiver whose predecessor could not say what it had got.
-bool Accounts::mayRepeat(Id receiver, const Record& record) const {
-  if (_transport != Transport::durable) return false;
-  const auto& receivers = _onLane.at(record.lane);
-  return std::any_of(receivers.begin(), receivers.end(), [&](Id id) {
-    const Receiver& former = _receivers.at(id);
-    if (id == receiver || former.opened >= record.time) return false;
-    if (former.left == 0) return killTime(former.process) > 0;
-    return former.left <= record.time && inOutage(former.closing, former.left);
-  });
+/// A durable message may come again, to somebody else, when the one that had got it could not say so any
+/// more.
+bool Accounts::mayRepeat(const Repeat& repeat) const {
+  if (_transport != Transport::durable || repeat.former.receiver == repeat.next.receiver) return false;
+  const auto process = static_cast<std::uint32_t>(repeat.former.receiver >> 32);
+  const auto former = _receivers.find(repeat.former.receiver);
+  if (former != _receivers.end() && former->second.left > 0) {
+    return former->second.left <= repeat.next.time &&
+           inOutage(process, former->second.closing, former->second.left);
+  }
+  const std::int64_t end = killTime(process);
+  return end > 0 &&
+         (end - repeat.former.time < timeToAcknowledge || inOutage(process, repeat.former.time, end));
 }
 
 std::uint64_t Accounts::open() const {
@@ -107,9 +123,12 @@ std::int64_t Accounts::killTime(std::uint32_t process) const {
   return found == _killed.end() ? 0 : found->second;
 }
 
-bool Accounts::inOutage(std::int64_t from, std::int64_t to) const {
-  return std::any_of(_outages.begin(), _outages.end(),
-                     [&](const auto& outage) { return outage.first <= to && outage.second >= from; });
+bool Accounts::inOutage(std::uint32_t process, std::int64_t from, std::int64_t to) const {
+  return std::any_of(_outages.begin(), _outages.end(), [&](const Outage& outage) {
+    const bool touched =
+        outage.process == Outage::everybody || outage.process == process || outage.process == _resident;
+    return touched && outage.from <= to && outage.to >= from;
+  });
 }
 
 /// When it had certainly ended; 0 if it has not.
@@ -129,8 +148,8 @@ Accounts::Fate Accounts::fateOf(const Sender& sender, std::uint64_t number, std:
 bool Accounts::endedUnseen(const Sender& sender, std::int64_t time) const {
   const auto process = _ended.find(sender.process);
   const std::int64_t processEnd = process == _ended.end() ? killTime(sender.process) : process->second;
-  if (_transport == Transport::durable) return processEnd > 0 && inOutage(time, processEnd);
-  return _transport == Transport::live && sender.closed > 0 && inOutage(time, sender.closed);
+  if (_transport == Transport::durable) return processEnd > 0 && inOutage(sender.process, time, processEnd);
+  return _transport == Transport::live && sender.closed > 0 && inOutage(sender.process, time, sender.closed);
 }
 
 /// Who had it to take: live, the last receiver that had begun when it was sent; in memory, which keeps what
@@ -167,46 +186,59 @@ std::uint64_t Accounts::reportedOn(Lane lane) const {
 }
 
 void Accounts::judgeLosses(Verdict& verdict) const {
-  std::map<Lane, std::uint64_t> missing;
-  std::map<Lane, std::string> examples;
+  std::map<Lane, Missing> lanes;
   for (const auto& [id, sender] : _senders) {
-    for (const auto& [number, time] : sender.missing) {
-      const Fate fate = fateOf(sender, number, time);
+    for (const auto& [number, sent] : sender.missing) {
+      const Fate fate = fateOf(sender, number, sent.time);
       if (fate == Fate::killed) ++verdict.lostByKill;
       if (fate == Fate::unseen) ++verdict.lostUnseen;
       if (fate == Fate::withReceiver) ++verdict.lostWithReceiver;
       if (fate != Fate::unexplained) continue;
-      ++missing[sender.lane];
-      auto& text = examples[sender.lane];
-      if (text.size() > 200) continue;
-      text += " " + std::to_string(sender.process) + "/" + std::to_string(id & 0xffffffff) + ":" +
-              std::to_string(number) + "(of " + std::to_string(sender.highestSent) +
-              (number > sender.highestReceived ? ", at the end)" : ")");
+      Missing& missing = lanes[sender.lane];
+      ++missing.arrays;
+      missing.pieces += sent.pieces;
+      if (missing.examples.size() > 200) continue;
+      missing.examples += " " + std::to_string(sender.process) + "/" + std::to_string(id & 0xffffffff) + ":" +
+                          std::to_string(number) + "(of " + std::to_string(sender.highestSent) +
+                          (number > sender.highestReceived ? ", at the end)" : ")");
     }
   }
-  for (const auto& [lane, count] : missing) judgeLane(lane, count, examples[lane], verdict);
+  for (const auto& [lane, missing] : lanes) judgeLane(lane, missing, verdict);
 }
 
-void Accounts::judgeLane(Lane lane, std::uint64_t missing, const std::string& example,
-                         Verdict& verdict) const {
-  const std::uint64_t reported = std::min(missing, reportedOn(lane));
-  verdict.lostReported += reported;
-  verdict.reportedOn[lane] = reported;
-  verdict.lostUnreported += missing - reported;
-  if (missing == reported) return;
-  verdict.complaints.push_back(streamOf(_transport, lane) + ": " + std::to_string(missing) +
-                               " missing, refused or lost by the statistics " +
-                               std::to_string(reportedOn(lane)) + "; process/sender:number" + example);
+/// Each piece of an array that is missing has been counted somewhere, or the array has not been reported.
+void Accounts::judgeLane(Lane lane, const Missing& missing, Verdict& verdict) const {
+  const std::uint64_t counted = reportedOn(lane);
+  const std::uint64_t silent =
+      counted < missing.pieces ? std::min(missing.arrays, missing.pieces - counted) : 0;
+  verdict.lostReported += missing.arrays - silent;
+  verdict.reportedOn[lane] = {missing.arrays - silent, missing.pieces, counted};
+  verdict.lostUnreported += silent;
+  if (silent == 0) return;
+  verdict.complaints.push_back(streamOf(_transport, lane) + ": missing " + std::to_string(missing.arrays) +
+                               " arrays of at least " + std::to_string(missing.pieces) +
+                               " pieces, refused or lost by the statistics " + std::to_string(counted) +
+                               "; process/sender:number" + missing.examples);
+}
+
+/// One whose way was clear for long enough has no excuse but a loss that was counted.
+void Accounts::judgeFailures(Verdict& verdict) const {
+  std::uint64_t unexplained = 0;
+  for (const Request& request : _failed) {
+    const bool excused = inOutage(request.process, request.time, request.time + timeToAnswer);
+    ++(excused ? verdict.failedInOutage : unexplained);
+  }
+  verdict.failedReported = std::min(unexplained, reportedOn(Lane::ask));
+  verdict.failedUnreported = unexplained - verdict.failedReported;
 }
 
 Verdict Accounts::verdict() const {
   Verdict verdict = _counts;
   judgeLosses(verdict);
-  for (const auto& [receiver, record] : _repeated) {
-    ++(mayRepeat(receiver, record) ? verdict.twiceAllowed : verdict.twice);
-  }
-  for (const auto& [request, process] : _asked) {
-    if (killTime(process) == 0) ++verdict.hanging;
+  judgeFailures(verdict);
+  for (const Repeat& repeat : _repeated) ++(mayRepeat(repeat) ? verdict.twiceAllowed : verdict.twice);
+  for (const auto& [id, request] : _asked) {
+    if (killTime(request.process) == 0) ++verdict.hanging;
   }
   return verdict;
 }

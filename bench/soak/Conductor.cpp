@@ -18,7 +18,6 @@ namespace {
 constexpr std::int64_t calmBeforeEnd = 12 * second;
 constexpr std::int64_t longestEnd = 45 * second * slowness;  // a request may take 20 s to fail
 constexpr std::int64_t longestDrain = 90 * second * slowness;
-constexpr std::int64_t warmUp = 3 * second * slowness;
 constexpr std::int64_t quiet = (retrySeconds + 12) * second;  // longer than anything is waited for
 
 Footprint mostOf(const Footprint& one, const Footprint& other) {
@@ -38,9 +37,10 @@ Conductor::Conductor(Options options, const volatile std::sig_atomic_t& interrup
     : _options(std::move(options)),
       _interrupted(interrupted),
       _random(_options.seed),
-      _proxy(_server.port()),
-      _faults(_server, _proxy, _random.seed(), [this](std::int64_t from, std::int64_t to) {
-        for (auto& accounts : _accounts) accounts.outage(from, to);
+      _faults(_server, _proxies, _random.seed(), [this](const Outage& outage) {
+        for (const Transport transport : {Transport::live, Transport::durable}) {
+          _accounts[static_cast<std::size_t>(transport)].outage(outage);
+        }
       }) {}
 
 /// The processes before the server.
@@ -56,7 +56,10 @@ std::unique_ptr<Child> Conductor::makeChild(Role role, Transport transport, int 
   assignment.slot = slot;
   assignment.process = ++_processes;
   assignment.seed = _random.seed();
-  if (transport != Transport::memory) assignment.endpoint = _proxy.url(queryOf(transport));
+  if (transport != Transport::memory) {
+    auto& proxy = _proxies[assignment.process] = std::make_unique<CuttingProxy>(_server.port());
+    assignment.endpoint = proxy->url(queryOf(transport));
+  }
   assignment.folder = _options.folder;
   return std::make_unique<Child>(std::move(assignment));
 }
@@ -68,6 +71,7 @@ Accounts& Conductor::accountsOf(const Child& child) {
 void Conductor::start() {
   for (std::size_t i = 0; i < _residents.size(); ++i) {
     _residents[i].child = makeChild(Role::resident, static_cast<Transport>(i), residentSlot);
+    _accounts[i].residentIs(_residents[i].child->assignment().process);
   }
   for (const Transport transport : {Transport::live, Transport::durable}) {
     for (int i = 0; i < visitors; ++i) _visits.push_back({Role::visitor, transport, firstVisitorSlot + i});
@@ -149,6 +153,7 @@ void Conductor::watchVisit(Visit& visit) {
 void Conductor::noteEnd(Child& child, const std::string& unasked) {
   foldOf(child);
   accountsOf(child).ended(child.assignment().process, now());
+  _proxies.erase(child.assignment().process);
   if (const auto complaint = child.complaint(); !complaint.empty()) {
     _complaints.push_back(complaint);
   } else if (!unasked.empty()) {
@@ -157,15 +162,22 @@ void Conductor::noteEnd(Child& child, const std::string& unasked) {
 }
 
 void Conductor::fold() {
-  for (auto& resident : _residents) foldOf(*resident.child);
+  for (auto& resident : _residents) {
+    if (foldOf(*resident.child)) resident.first = resident.child->footprint().value_or(Footprint{});
+  }
   for (auto& visit : _visits) {
     if (visit.child) foldOf(*visit.child);
   }
 }
 
-void Conductor::foldOf(Child& child) {
+bool Conductor::foldOf(Child& child) {
+  bool ready = false;
   Accounts& accounts = accountsOf(child);
-  for (const Record& record : child.journal().read()) accounts.add(child.assignment().process, record);
+  for (const Record& record : child.journal().read()) {
+    accounts.add(child.assignment().process, record);
+    ready = ready || record.kind == Record::Kind::ready;
+  }
+  return ready;
 }
 
 void Conductor::measure() {
@@ -175,7 +187,6 @@ void Conductor::measure() {
     if (!footprint) continue;
     resident.last = *footprint;
     resident.most = mostOf(resident.most, *footprint);
-    if (now() < _begun + warmUp) resident.first = *footprint;
   }
 }
 

@@ -56,7 +56,8 @@ class Conductor {
   void endVisit(Visit& visit);
   void watchVisit(Visit& visit);
   void fold();
-  void foldOf(Child& child);
+  /// Returns whether it has just made all its messengers.
+  bool foldOf(Child& child);
   void measure();
   void drain();
   void settle();
@@ -72,7 +73,7 @@ class Conductor {
   const volatile std::sig_atomic_t& _interrupted;
   Random _random;
   kestrel::streams::NatsServer _server;
-  CuttingProxy _proxy;
+  Faults::Proxies _proxies;
   std::array<Accounts, 3> _accounts{Accounts(Transport::memory), Accounts(Transport::live),
                                     Accounts(Transport::durable)};
   Faults _faults;

@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <kestrel/datastreaming/Statistics.hpp>
+#include <optional>
 #include <utility>
 
 namespace soak {
@@ -11,6 +12,15 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr unsigned long unlimited = 1'000'000'000;
+
+/// What a stream's statistics are counted for; nothing for the streams that go unused.
+std::optional<Lane> laneOf(Transport transport, const std::string& stream) {
+  if (stream.starts_with(streamOf(transport, Lane::ask) + "-")) return Lane::ask;
+  for (std::size_t lane = 0; lane < laneNames.size(); ++lane) {
+    if (stream == streamOf(transport, static_cast<Lane>(lane))) return static_cast<Lane>(lane);
+  }
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -80,18 +90,21 @@ void Crew::reportStatistics() {
 }
 
 void Crew::reportStatistics(const Factory& factory, std::uint32_t end) {
+  std::map<Lane, Record> reports;
   for (const auto& stream : factory.statistics()) {
-    for (std::size_t lane = 0; lane < laneNames.size(); ++lane) {
-      if (stream.streamId != streamOf(_transport, static_cast<Lane>(lane))) continue;
-      _journal.write({.kind = Record::Kind::reported,
-                      .lane = static_cast<Lane>(lane),
-                      .receiver = end,
-                      .number = stream.refused,
-                      .value = stream.lost});
+    if (const auto lane = laneOf(_transport, stream.streamId)) {
+      reports[*lane].number += stream.refused;
+      reports[*lane].value += stream.lost;
     }
     if (std::exchange(_errors[stream.streamId], stream.lastError) == stream.lastError) continue;
     std::cerr << stream.streamId << " refused " << stream.refused << ", lost " << stream.lost << ": "
               << stream.lastError << std::endl;
+  }
+  for (auto& [lane, report] : reports) {
+    report.kind = Record::Kind::reported;
+    report.lane = lane;
+    report.receiver = end;
+    _journal.write(report);
   }
 }
 

@@ -11,7 +11,7 @@
 
 namespace soak {
 
-/// Stands between all clients and the server, and cuts connections when it is told to, wherever in a message
+/// Stands between one process and the server, and cuts connections when it is told to, wherever in a message
 /// they happen to be.
 class CuttingProxy {
  public:
@@ -29,12 +29,14 @@ class CuttingProxy {
     return "nats://" + _listener.address() + "?" + query;
   }
 
-  void cutOne(Random& random) {
+  /// Returns whether there was one.
+  bool cutOne(Random& random) {
     const std::lock_guard lock(_mutex);
-    if (_links.empty()) return;
+    if (_links.empty()) return false;
     auto link = _links.begin();
     std::advance(link, random.between(0, static_cast<std::int64_t>(_links.size()) - 1));
     link->cut();
+    return true;
   }
   void cutAll() {
     const std::lock_guard lock(_mutex);

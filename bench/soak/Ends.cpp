@@ -1,5 +1,6 @@
 #include "Ends.hpp"
 
+#include <algorithm>
 #include <iostream>
 #include <utility>
 
@@ -18,6 +19,7 @@ constexpr unsigned long usualChunk = 500'000;
 Sender::Sender(Crew& crew, Lane lane, const std::string& ownStream, unsigned long chunkSize)
     : _crew(crew),
       _lane(lane),
+      _chunkSize(chunkSize),
       _id(crew.newSender()),
       _messenger(crew.make(Crew::End::near, streamOf(crew.transport(), lane), ownStream, chunkSize)) {}
 
@@ -29,8 +31,11 @@ Sender::~Sender() {
 void Sender::send(std::uint64_t size) {
   const Label label{_id, ++_number, size};
   const auto message = makeMessage(label);
-  _crew.journal().write(
-      {.kind = Kind::sent, .lane = _lane, .sender = _id, .number = label.number, .value = size});
+  _crew.journal().write({.kind = Kind::sent,
+                         .lane = _lane,
+                         .sender = _id,
+                         .number = label.number,
+                         .value = std::max<std::uint64_t>(1, (size + _chunkSize - 1) / _chunkSize)});
   try {
     _messenger->send(message);
   } catch (const std::exception& error) {
@@ -132,7 +137,7 @@ void Requester::askAndLeave(std::uint64_t size) {
   try {
     write(isResponseTo(label, future.get()) ? Kind::answered : Kind::misanswered, label);
   } catch (const std::exception&) {
-    write(Kind::failed, label);
+    write(Kind::abandoned, label);
   }
 }
 

@@ -23,6 +23,7 @@ class Sender {
  private:
   Crew& _crew;
   const Lane _lane;
+  const std::uint64_t _chunkSize;
   const std::uint64_t _id;
   std::uint64_t _number = 0;
   Messenger _messenger;

@@ -4,8 +4,8 @@
 
 namespace soak {
 
-Faults::Faults(kestrel::streams::NatsServer& server, CuttingProxy& proxy, std::uint64_t seed, Outage outage)
-    : _server(server), _proxy(proxy), _random(seed), _outage(std::move(outage)), _due(in(4'000, 7'000)) {}
+Faults::Faults(kestrel::streams::NatsServer& server, Proxies& proxies, std::uint64_t seed, Notice notice)
+    : _server(server), _proxies(proxies), _random(seed), _notice(std::move(notice)), _due(in(4'000, 7'000)) {}
 
 std::int64_t Faults::in(int leastMs, int mostMs) {
   return now() + _random.between(leastMs, mostMs) * (second / 1000);
@@ -28,15 +28,16 @@ void Faults::stop() {
 void Faults::begin() {
   ++_count;
   _begun = now();
+  _struck = Outage::everybody;
   _repair = [] {};
   _due = _begun;
   const auto dice = _random.between(1, 100);
   if (dice <= 40) {
     std::cout << "  a connection is cut" << std::endl;
-    _proxy.cutOne(_random);
+    cutOne();
   } else if (dice <= 50) {
     std::cout << "  all connections are cut" << std::endl;
-    _proxy.cutAll();
+    for (auto& [process, proxy] : _proxies) proxy->cutAll();
   } else if (dice <= 75) {
     std::cout << "  the server is killed" << std::endl;
     _server.kill();
@@ -50,11 +51,18 @@ void Faults::begin() {
   }
 }
 
+void Faults::cutOne() {
+  auto proxy = _proxies.begin();
+  std::advance(proxy, _random.between(0, static_cast<std::int64_t>(_proxies.size()) - 1));
+  if (proxy->second->cutOne(_random)) _struck = proxy->first;
+}
+
 void Faults::repair() {
   _repair();
   _repair = nullptr;
-  _outage(_begun - second, now() + recovery);
-  _due = in(2'000, 8'000);
+  _notice({_struck, _begun - second, now() + recovery});
+  // Every other time soon, before all have recovered; else so late that for some time nothing is excused.
+  _due = _random.chance(50) ? in(1'000, 6'000) : in(12'000, 20'000);
 }
 
 }  // namespace soak

@@ -2,11 +2,14 @@
 
 #include <functional>
 #include <limits>
+#include <map>
+#include <memory>
 #include <utility>
 
 #include "../../tests/datastreaming/NatsServer.hpp"
 #include "CuttingProxy.hpp"
 #include "Journal.hpp"
+#include "Outage.hpp"
 #include "Random.hpp"
 
 namespace soak {
@@ -14,12 +17,13 @@ namespace soak {
 /// What befalls the server and the connections to it, one thing at a time.
 class Faults {
  public:
-  using Outage = std::function<void(std::int64_t from, std::int64_t to)>;
+  using Proxies = std::map<std::uint32_t, std::unique_ptr<CuttingProxy>>;  ///< by their processes
+  using Notice = std::function<void(const Outage&)>;
 
   /// What a connection takes to be noticed as lost, to come back and to be caught up with, on a busy machine.
   static constexpr std::int64_t recovery = 6 * second;
 
-  Faults(kestrel::streams::NatsServer& server, CuttingProxy& proxy, std::uint64_t seed, Outage outage);
+  Faults(kestrel::streams::NatsServer& server, Proxies& proxies, std::uint64_t seed, Notice notice);
 
   /// Does what is due. To be called often.
   void step();
@@ -30,13 +34,15 @@ class Faults {
  private:
   void begin();
   void repair();
+  void cutOne();
   std::int64_t in(int leastMs, int mostMs);
 
   kestrel::streams::NatsServer& _server;
-  CuttingProxy& _proxy;
+  Proxies& _proxies;
   Random _random;
-  const Outage _outage;
+  const Notice _notice;
   std::int64_t _begun = 0;
+  std::uint32_t _struck = Outage::everybody;
   std::int64_t _due;
   std::function<void()> _repair;  // of what is under way
   int _count = 0;

@@ -22,9 +22,10 @@ inline constexpr std::int64_t second = 1'000'000'000;
 /// killed afterwards has still said it.
 struct Record {
   enum class Kind : std::uint8_t {
-    sent,      ///< about to be sent
+    sent,      ///< about to be sent; in value the least number of pieces that it goes in
     unsent,    ///< send() threw
     closed,    ///< the sender's messenger is destroyed
+    ready,     ///< all messengers of the process are made
     opened,    ///< a receiver's handler is set
     received,  ///< whole
     wrong,     ///< not what any label demands
@@ -34,6 +35,7 @@ struct Record {
     answered,
     misanswered,  ///< by something that is not its response
     failed,       ///< by an exception
+    abandoned,    ///< by an exception, for its messenger was destroyed
     reported,     ///< the service's statistics: refused in number, lost in value; receiver tells whose
   };
   Kind kind;

@@ -24,9 +24,10 @@ enum class Lane : std::uint8_t {
   guests,    ///< receivers made and destroyed by the resident process
   visitors,  ///< senders in processes of their own, which are killed or told to end
   hosts,     ///< receivers in processes of their own, likewise
+  ask,       ///< the requests and responses of all slots
 };
-inline constexpr std::array<const char*, 7> laneNames{"steady", "flood",    "idle", "comers",
-                                                      "guests", "visitors", "hosts"};
+inline constexpr std::array<const char*, 8> laneNames{"steady", "flood",    "idle",  "comers",
+                                                      "guests", "visitors", "hosts", "ask"};
 
 inline std::string streamOf(Transport transport, Lane lane) {
   return std::string("soak-") + transportNames[static_cast<std::size_t>(transport)] + "-" +
@@ -44,9 +45,7 @@ inline constexpr int longPauseSeconds(Transport transport) {
 /// Where requests of that slot go and where their responses come back; each requester has its own slot.
 struct RequestStreams {
   RequestStreams(Transport transport, int slot)
-      : ask(std::string("soak-") + transportNames[static_cast<std::size_t>(transport)] + "-ask-" +
-            std::to_string(slot)),
-        reply(ask + "-reply") {}
+      : ask(streamOf(transport, Lane::ask) + "-" + std::to_string(slot)), reply(ask + "-reply") {}
   std::string ask;
   std::string reply;
 };

@@ -32,7 +32,10 @@ const std::vector<Row> rows{
     {"  lost, their sender ended in an outage", &Verdict::lostUnseen},
     {"  lost and NOT reported", &Verdict::lostUnreported, true},
     {"requests answered", &Verdict::answered},
-    {"  failed", &Verdict::failed},
+    {"  failed in an outage", &Verdict::failedInOutage},
+    {"  failed, their messenger had gone", &Verdict::failedWithMessenger},
+    {"  failed and reported", &Verdict::failedReported},
+    {"  failed and NOT reported", &Verdict::failedUnreported, true},
     {"  answered wrongly", &Verdict::misanswered, true},
     {"  that did not end", &Verdict::hanging, true},
 };
@@ -109,8 +112,9 @@ void Table::printReported(std::ostream& out) const {
   for (std::size_t i = 0; i < columns.size(); ++i) {
     if (columns[i].verdict.reportedOn.empty()) continue;
     out << "lost and reported, " << transportNames[i] << ":";
-    for (const auto& [lane, count] : columns[i].verdict.reportedOn) {
-      out << " " << laneNames[static_cast<std::size_t>(lane)] << " " << count;
+    for (const auto& [lane, of] : columns[i].verdict.reportedOn) {
+      out << " " << laneNames[static_cast<std::size_t>(lane)] << " " << of.arrays << " (" << of.counted
+          << " counted for " << of.pieces << ")";
     }
     out << "\n";
   }

@@ -88,6 +88,7 @@ int runWorker(const Assignment& assignment) {
   std::jthread obeying([&] { Orders().obey(crew); });  // the server may be away while the role is made
   {
     const auto role = makeRole(crew, assignment);
+    crew.journal().write({.kind = Record::Kind::ready});
     const Reporting reporting(crew);
     obeying.join();
     crew.finish();

@@ -55,7 +55,7 @@ void Accounts::add(std::uint32_t process, const Record& record) {
       _receivers[receiver].left = record.time;
       return;
     case Kind::asked:
-      _asked[{record.sender, record.number}] = {process, record.time};
+      _asked[{record.sender, record.number}] = {process, record.lane, record.time};
       return;
     case Kind::reported:
       _reports[{receiver, record.lane}] = {record.number, record.value};
@@ -177,10 +177,13 @@ bool Accounts::leftWithReceiver(const Sender& sender, std::uint64_t number, std:
   return last == sender.lastOf.end() || last->second < number;
 }
 
-std::uint64_t Accounts::reportedOn(Lane lane) const {
-  std::uint64_t sum = 0;
+Reported Accounts::reportedOn(Lane lane) const {
+  Reported sum;
   for (const auto& [whose, counts] : _reports) {
-    if (whose.second == lane) sum += counts.first + counts.second;
+    if (whose.second != lane) continue;
+    sum.refused += counts.first;
+    const bool byReceiver = (whose.first & 0xffffffff) != 0;
+    (byReceiver ? sum.lost : sum.givenUp) += counts.second;
   }
   return sum;
 }
@@ -208,11 +211,14 @@ void Accounts::judgeLosses(Verdict& verdict) const {
 
 /// Each piece of an array that is missing has been counted somewhere, or the array has not been reported.
 void Accounts::judgeLane(Lane lane, const Missing& missing, Verdict& verdict) const {
-  const std::uint64_t counted = reportedOn(lane);
+  Reported reported = reportedOn(lane);
+  const std::uint64_t counted = reported.counted();
   const std::uint64_t silent =
       counted < missing.pieces ? std::min(missing.arrays, missing.pieces - counted) : 0;
   verdict.lostReported += missing.arrays - silent;
-  verdict.reportedOn[lane] = {missing.arrays - silent, missing.pieces, counted};
+  reported.arrays = missing.arrays - silent;
+  reported.pieces = missing.pieces;
+  verdict.reportedOn[lane] = reported;
   verdict.lostUnreported += silent;
   if (silent == 0) return;
   verdict.complaints.push_back(streamOf(_transport, lane) + ": missing " + std::to_string(missing.arrays) +
@@ -223,13 +229,17 @@ void Accounts::judgeLane(Lane lane, const Missing& missing, Verdict& verdict) co
 
 /// One whose way was clear for long enough has no excuse but a loss that was counted.
 void Accounts::judgeFailures(Verdict& verdict) const {
-  std::uint64_t unexplained = 0;
+  std::map<Lane, std::uint64_t> unexplained;
   for (const Request& request : _failed) {
     const bool excused = inOutage(request.process, request.time, request.time + timeToAnswer);
-    ++(excused ? verdict.failedInOutage : unexplained);
+    ++(excused ? verdict.failedInOutage : unexplained[request.lane]);
   }
-  verdict.failedReported = std::min(unexplained, reportedOn(Lane::ask));
-  verdict.failedUnreported = unexplained - verdict.failedReported;
+  for (const auto& [lane, failed] : unexplained) {
+    const Reported counts = reportedOn(lane);
+    const std::uint64_t reported = std::min(failed, counts.counted());
+    verdict.failedReported += reported;
+    verdict.failedUnreported += failed - reported;
+  }
 }
 
 Verdict Accounts::verdict() const {

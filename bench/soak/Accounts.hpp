@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -17,7 +18,12 @@ namespace soak {
 struct Reported {
   std::uint64_t arrays = 0;   ///< lost and reported
   std::uint64_t pieces = 0;   ///< at least so many messages, of all that is missing
-  std::uint64_t counted = 0;  ///< messages, refused or lost by the statistics
+  std::uint64_t refused = 0;  ///< messages, by the statistics of all ends
+  std::uint64_t givenUp = 0;  ///< lost by the statistics of their senders
+  std::uint64_t lost = 0;     ///< by those of the receivers, to whom what was given up is a gap
+
+  /// What both ends have counted, once.
+  [[nodiscard]] std::uint64_t counted() const { return refused + std::max(givenUp, lost); }
 };
 
 /// What became of all that one transport was given.
@@ -83,6 +89,7 @@ class Accounts {
   };
   struct Request {
     std::uint32_t process = 0;
+    Lane lane = Lane::ask;
     std::int64_t time = 0;
   };
   struct Sender {
@@ -118,7 +125,7 @@ class Accounts {
   void judgeLosses(Verdict& verdict) const;
   void judgeFailures(Verdict& verdict) const;
   void judgeLane(Lane lane, const Missing& missing, Verdict& verdict) const;
-  [[nodiscard]] std::uint64_t reportedOn(Lane lane) const;
+  [[nodiscard]] Reported reportedOn(Lane lane) const;
 
   const Transport _transport;
   std::map<std::uint64_t, Sender> _senders;

@@ -15,7 +15,9 @@ constexpr unsigned long unlimited = 1'000'000'000;
 
 /// What a stream's statistics are counted for; nothing for the streams that go unused.
 std::optional<Lane> laneOf(Transport transport, const std::string& stream) {
-  if (stream.starts_with(streamOf(transport, Lane::ask) + "-")) return Lane::ask;
+  for (const Lane lane : {Lane::ask, Lane::calls}) {
+    if (stream.starts_with(streamOf(transport, lane) + "-")) return lane;
+  }
   for (std::size_t lane = 0; lane < laneNames.size(); ++lane) {
     if (stream == streamOf(transport, static_cast<Lane>(lane))) return static_cast<Lane>(lane);
   }

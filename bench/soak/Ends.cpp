@@ -94,7 +94,8 @@ Responder::Responder(Crew& crew, int slot) {
   });
 }
 
-Requester::Requester(Crew& crew, int slot, unsigned long chunkSize) : _crew(crew), _id(crew.newSender()) {
+Requester::Requester(Crew& crew, int slot, unsigned long chunkSize)
+    : _crew(crew), _lane(laneOfSlot(slot)), _id(crew.newSender()) {
   const RequestStreams streams(crew.transport(), slot);
   _messenger = crew.make(Crew::End::near, streams.ask, streams.reply, chunkSize);
 }
@@ -104,7 +105,8 @@ Label Requester::next(std::uint64_t size) {
 }
 
 void Requester::write(Kind kind, const Label& label) {
-  _crew.journal().write({.kind = kind, .sender = label.sender, .number = label.number, .value = label.size});
+  _crew.journal().write(
+      {.kind = kind, .lane = _lane, .sender = label.sender, .number = label.number, .value = label.size});
 }
 
 bool Requester::ask(std::uint64_t size) {

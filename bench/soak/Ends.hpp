@@ -76,6 +76,7 @@ class Requester {
   void write(Record::Kind kind, const Label& label);
 
   Crew& _crew;
+  const Lane _lane;
   const std::uint64_t _id;
   std::atomic<std::uint64_t> _number{0};
   Messenger _messenger;

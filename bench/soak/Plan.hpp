@@ -24,10 +24,11 @@ enum class Lane : std::uint8_t {
   guests,    ///< receivers made and destroyed by the resident process
   visitors,  ///< senders in processes of their own, which are killed or told to end
   hosts,     ///< receivers in processes of their own, likewise
-  ask,       ///< the requests and responses of all slots
+  ask,       ///< requests and responses between ends that stay
+  calls,     ///< those of requesters that come and go
 };
-inline constexpr std::array<const char*, 8> laneNames{"steady", "flood",    "idle",  "comers",
-                                                      "guests", "visitors", "hosts", "ask"};
+inline constexpr std::array<const char*, 9> laneNames{"steady",   "flood", "idle", "comers", "guests",
+                                                      "visitors", "hosts", "ask",  "calls"};
 
 inline std::string streamOf(Transport transport, Lane lane) {
   return std::string("soak-") + transportNames[static_cast<std::size_t>(transport)] + "-" +
@@ -42,16 +43,21 @@ inline constexpr int longPauseSeconds(Transport transport) {
   return transport == Transport::durable ? retrySeconds + 12 : 12;
 }
 
-/// Where requests of that slot go and where their responses come back; each requester has its own slot.
-struct RequestStreams {
-  RequestStreams(Transport transport, int slot)
-      : ask(streamOf(transport, Lane::ask) + "-" + std::to_string(slot)), reply(ask + "-reply") {}
-  std::string ask;
-  std::string reply;
-};
+/// Each requester has its own slot.
 inline constexpr int residentSlot = 0;
 inline constexpr int comersSlot = 1;
 inline constexpr int firstVisitorSlot = 2;
+inline constexpr Lane laneOfSlot(int slot) {
+  return slot == residentSlot ? Lane::ask : Lane::calls;
+}
+
+/// Where requests of that slot go and where their responses come back.
+struct RequestStreams {
+  RequestStreams(Transport transport, int slot)
+      : ask(streamOf(transport, laneOfSlot(slot)) + "-" + std::to_string(slot)), reply(ask + "-reply") {}
+  std::string ask;
+  std::string reply;
+};
 inline constexpr int visitors = 2;  ///< sending processes on each transport beyond the process
 
 }  // namespace soak

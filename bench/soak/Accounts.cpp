@@ -8,6 +8,7 @@ namespace soak {
 namespace {
 
 constexpr std::int64_t timeToAcknowledge = 10 * second * slowness;  // of a message, on a busy machine
+constexpr std::uint64_t mostExamples = 10;
 constexpr std::int64_t timeToAnswer = 3 * second * slowness;
 
 std::uint64_t idOf(std::uint32_t process, std::uint32_t receiver) {
@@ -185,6 +186,12 @@ Reported Accounts::reportedOn(Lane lane) const {
     const bool byReceiver = (whose.first & 0xffffffff) != 0;
     (byReceiver ? sum.lost : sum.givenUp) += counts.second;
   }
+  // Where the sender stays its gaps are exact; it also gives up what was stored without its knowing. Of one
+  // that goes, the receivers may not hear at all.
+  const bool stays =
+      lane == Lane::steady || lane == Lane::flood || lane == Lane::idle || lane == Lane::guests;
+  const bool exact = _transport == Transport::durable && stays;
+  sum.counted = sum.refused + (exact ? sum.lost : std::max(sum.givenUp, sum.lost));
   return sum;
 }
 
@@ -212,7 +219,7 @@ void Accounts::judgeLosses(Verdict& verdict) const {
 /// Each piece of an array that is missing has been counted somewhere, or the array has not been reported.
 void Accounts::judgeLane(Lane lane, const Missing& missing, Verdict& verdict) const {
   Reported reported = reportedOn(lane);
-  const std::uint64_t counted = reported.counted();
+  const std::uint64_t counted = reported.counted;
   const std::uint64_t silent =
       counted < missing.pieces ? std::min(missing.arrays, missing.pieces - counted) : 0;
   verdict.lostReported += missing.arrays - silent;
@@ -236,7 +243,7 @@ void Accounts::judgeFailures(Verdict& verdict) const {
   }
   for (const auto& [lane, failed] : unexplained) {
     const Reported counts = reportedOn(lane);
-    const std::uint64_t reported = std::min(failed, counts.counted());
+    const std::uint64_t reported = std::min(failed, counts.counted);
     verdict.failedReported += reported;
     verdict.failedUnreported += failed - reported;
   }
@@ -246,7 +253,16 @@ Verdict Accounts::verdict() const {
   Verdict verdict = _counts;
   judgeLosses(verdict);
   judgeFailures(verdict);
-  for (const Repeat& repeat : _repeated) ++(mayRepeat(repeat) ? verdict.twiceAllowed : verdict.twice);
+  for (const Repeat& repeat : _repeated) {
+    const bool allowed = mayRepeat(repeat);
+    ++(allowed ? verdict.twiceAllowed : verdict.twice);
+    if (allowed || verdict.twice > mostExamples) continue;
+    const auto name = [](Id id) { return std::to_string(id >> 32) + "/" + std::to_string(id & 0xffffffff); };
+    verdict.complaints.push_back(streamOf(_transport, repeat.lane) + ": twice, to " +
+                                 name(repeat.former.receiver) + " and after " +
+                                 std::to_string((repeat.next.time - repeat.former.time) / (second / 1000)) +
+                                 " ms to " + name(repeat.next.receiver) + " (process/receiver)");
+  }
   for (const auto& [id, request] : _asked) {
     if (killTime(request.process) == 0) ++verdict.hanging;
   }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <set>
@@ -22,8 +21,7 @@ struct Reported {
   std::uint64_t givenUp = 0;  ///< lost by the statistics of their senders
   std::uint64_t lost = 0;     ///< by those of the receivers, to whom what was given up is a gap
 
-  /// What both ends have counted, once.
-  [[nodiscard]] std::uint64_t counted() const { return refused + std::max(givenUp, lost); }
+  std::uint64_t counted = 0;  ///< what both ends have counted, once
 };
 
 /// What became of all that one transport was given.

@@ -186,10 +186,9 @@ Reported Accounts::reportedOn(Lane lane) const {
     const bool byReceiver = (whose.first & 0xffffffff) != 0;
     (byReceiver ? sum.lost : sum.givenUp) += counts.second;
   }
-  // Where the sender stays its gaps are exact; it also gives up what was stored without its knowing. Of one
-  // that goes, the receivers may not hear at all.
-  const bool stays =
-      lane == Lane::steady || lane == Lane::flood || lane == Lane::idle || lane == Lane::guests;
+  // Where both ends stay the gaps are exact; the sender also gives up what was stored without its knowing. Of
+  // one that goes, the receivers may not hear at all, and one that comes does not know what came before.
+  const bool stays = lane == Lane::steady || lane == Lane::flood || lane == Lane::idle;
   const bool exact = _transport == Transport::durable && stays;
   sum.counted = sum.refused + (exact ? sum.lost : std::max(sum.givenUp, sum.lost));
   return sum;

@@ -13,7 +13,7 @@ namespace kestrel::streams {
 /// process: pages fresh from the system cost several times what pages in use cost. Safe from any thread.
 class SpareBuffers {
  public:
-  static constexpr std::size_t mostKept = std::size_t{64} << 20;
+  static constexpr std::size_t mostKept = std::size_t{256} << 20;
   static constexpr std::size_t leastKept = std::size_t{64} << 10;  ///< of one buffer; smaller ones are cheap
 
   /// Those of the process, which are never destroyed.

@@ -22,8 +22,8 @@ class REMOTE_CONNECTIVITY_EXPORT IReceiveMessenger {
   virtual ~IReceiveMessenger();
 
   /// Replaces the receive handler; the next message goes to the new one. Messages that arrive before the
-  /// first handler is set wait for it for up to 250 ms after the messenger was made. Where messages are stored,
-  /// those that found no handler by then stay there for the next consumer; elsewhere they are lost.
+  /// first handler is set wait for it for up to 250 ms after the messenger was made. Where messages are
+  /// stored, those that found no handler by then stay there for the next consumer; elsewhere they are lost.
   virtual void setReceiveHandler(ReceiveHandler handler) = 0;
 
   /// Replaces the request handler, as setReceiveHandler() does. Without one, requests are answered with an

@@ -40,9 +40,9 @@ class StreamsFactory {
   virtual std::shared_ptr<Consumer> createConsumer(const std::shared_ptr<Stream>& stream) = 0;
 
   /// One entry for each stream that this instance opened, in the order of opening. A stream has ended when
-  /// nobody holds it or an end of it any more; the service keeps the entries of at most 2,000 such streams and
-  /// sums up those that were opened before them in one entry more, the last. A summed-up stream that is opened
-  /// again begins at 0.
+  /// nobody holds it or an end of it any more; the service keeps the entries of at most 2,000 such streams
+  /// and sums up those that were opened before them in one entry more, the last. A summed-up stream that is
+  /// opened again begins at 0.
   [[nodiscard]] virtual std::vector<StreamStatistics> statistics() const = 0;
 };
 

@@ -1,6 +1,7 @@
 # What it takes to pack bundles: shared objects that the service framework loads at run time. Which framework
 # that is, the real one or the stand-in, is known here and nowhere else. Part of the installed package too.
 include(GNUInstallDirs)
+include("${CMAKE_CURRENT_LIST_DIR}/KestrelExports.cmake")
 
 # The symbol that tells a bundle from other shared objects before any of its code runs. CppMicroServices needs
 # none: it reads the manifest of a bundle before it loads it.
@@ -13,7 +14,8 @@ endif()
 #   kestrel_add_bundle(<target> SYMBOLIC_NAME <name> DIRECTORY <dir> SOURCES file... [LIBS target...] [NO_INSTALL])
 # The symbolic name is a C identifier. The bundle lies in bin/osarch64/microservices/eps/platformservices/<dir>,
 # in the build tree and in the installed one. With NO_INSTALL it is meant for tests and lies in
-# tests/bundles/<dir> of the build tree.
+# tests/bundles/<dir> of the build tree. For the stand-in a bundle exports what the framework looks up, whatever
+# else its sources export; what CppMicroServices looks up is known to its own functions.
 function(kestrel_add_bundle target)
   cmake_parse_arguments(ARG "NO_INSTALL" "SYMBOLIC_NAME;DIRECTORY" "SOURCES;LIBS" ${ARGN})
   if(NOT ARG_SYMBOLIC_NAME MATCHES "^[A-Za-z_][A-Za-z0-9_]*$" OR NOT ARG_DIRECTORY OR NOT ARG_SOURCES)
@@ -30,6 +32,7 @@ function(kestrel_add_bundle target)
   if(TARGET kestrel::cppmicroservices)
     target_link_libraries(${target} PRIVATE kestrel::cppmicroservices)
     _kestrel_pack_for_stand_in(${target} ${ARG_SYMBOLIC_NAME})
+    kestrel_export_symbols(${target} "cppmicroservices_*")
   else()
     target_link_libraries(${target} PRIVATE CppMicroServices::CppMicroServices)
     _kestrel_pack_for_cppmicroservices(${target} ${ARG_SYMBOLIC_NAME})

@@ -20,6 +20,7 @@ if(KESTREL_NATS)
 endif()
 if(TARGET PkgConfig::NATS)
   message(STATUS "NATS transport: client ${NATS_VERSION}")
+  find_package(nlohmann_json 3.11 REQUIRED)  # the store answers in JSON
 else()
   message(STATUS "NATS transport: not built")
 endif()

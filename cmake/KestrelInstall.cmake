@@ -19,4 +19,5 @@ install(FILES
   "${PROJECT_BINARY_DIR}/KestrelRemoteConnectivityConfigVersion.cmake"
   "${CMAKE_CURRENT_LIST_DIR}/KestrelBundle.cmake"
   "${CMAKE_CURRENT_LIST_DIR}/KestrelBundleInit.cpp.in"
+  "${CMAKE_CURRENT_LIST_DIR}/KestrelExports.cmake"
   DESTINATION "${package_directory}")

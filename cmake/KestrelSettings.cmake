@@ -20,10 +20,16 @@ if(KESTREL_SANITIZE)
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()
 endif()
+if(KESTREL_BUILD_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # so that libFuzzer sees which ways an input takes
+endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   add_compile_options(-Wno-maybe-uninitialized)  # GCC 12 sees ghosts where an optimised std::variant is moved
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options(-Wthread-safety)  # proves what ThreadSafety.hpp annotates
 endif()
 if(KESTREL_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)

@@ -1,8 +1,12 @@
+include(KestrelExports)
+
 # Declares a library of the platform layer: target kestrel_<folder>, alias kestrel::<folder>.
-#   kestrel_platform_library(<folder> [INTERFACE] [SOURCES file...] [PUBLIC target...] [PRIVATE target...])
-# The folder holds its public headers in include/ and its sources in src/.
+#   kestrel_platform_library(<folder> [INTERFACE] [SOURCES file...] [PUBLIC target...] [PRIVATE target...]
+#                            [EXPORTS <namespace> [pattern...]])
+# The folder holds its public headers in include/ and its sources in src/. Unless EXPORTS says otherwise, the
+# library exports the namespace kestrel::<folder>.
 function(kestrel_platform_library folder)
-  cmake_parse_arguments(ARG "INTERFACE" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "INTERFACE" "" "SOURCES;PUBLIC;PRIVATE;EXPORTS" ${ARGN})
   set(target kestrel_${folder})
   if(ARG_INTERFACE)
     add_library(${target} INTERFACE)
@@ -12,6 +16,10 @@ function(kestrel_platform_library folder)
     set(scope PUBLIC)
     target_include_directories(${target} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}/src")
     target_link_libraries(${target} PRIVATE ${ARG_PRIVATE})
+    if(NOT ARG_EXPORTS)
+      set(ARG_EXPORTS "kestrel::${folder}")
+    endif()
+    kestrel_export_namespace(${target} ${ARG_EXPORTS})
     set_target_properties(${target} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   endif()

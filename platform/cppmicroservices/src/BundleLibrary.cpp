@@ -23,7 +23,7 @@ Function* symbol(void* handle, const char* name) {
 
 BundleLibrary::BundleLibrary(const std::string& path) : _handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
   if (_handle == nullptr) {
-    const char* reason = dlerror();
+    const char* reason = dlerror();  // NOLINT(concurrency-mt-unsafe): of this thread, in the GNU C library
     fail(path, reason == nullptr ? "unknown reason" : reason);
   }
   auto* name = symbol<const char*()>(_handle, "cppmicroservices_bundle_symbolic_name");

@@ -1,7 +1,7 @@
 #pragma once
 
-/// The texts of Constants.h for the framework's own use, which may go on while the process ends and the
-/// constants are destroyed.
+/// The texts of Constants.h, and the system bundle's, for the framework's own use, which may go on while the
+/// process ends and the constants are destroyed.
 namespace cppmicroservices::names {
 
 inline constexpr char systemBundleLocation[] = "System Bundle";

@@ -4,8 +4,6 @@
 
 namespace cppmicroservices::Constants {
 
-const std::string SYSTEM_BUNDLE_LOCATION = names::systemBundleLocation;
-const std::string SYSTEM_BUNDLE_SYMBOLICNAME = names::systemBundleSymbolicName;
 const std::string OBJECTCLASS = names::objectClass;
 const std::string SERVICE_ID = names::serviceId;
 const std::string SERVICE_RANKING = names::serviceRanking;

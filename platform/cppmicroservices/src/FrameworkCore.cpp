@@ -1,7 +1,6 @@
 #include "FrameworkCore.hpp"
 
 #include <algorithm>
-#include <ranges>
 
 #include "ConstantNames.hpp"
 
@@ -80,13 +79,14 @@ void FrameworkCore::stop() {
     return;
   }
   _system->setState(Bundle::STATE_STOPPING);
-  for (const auto& bundle : bundles() | std::views::reverse) {
+  auto lastFirst = bundles();
+  std::reverse(lastFirst.begin(), lastFirst.end());
+  for (const auto& bundle : lastFirst) {
     try {
       if (!BundleData::of(bundle)->isSystem()) {
         BundleData::of(bundle)->stop(bundle);
       }
-    } catch (
-        ...) {  // NOLINT(bugprone-empty-catch): the bundle is stopped all the same, and the others follow
+    } catch (...) {  // The bundle is stopped all the same, and the others follow.
     }
   }
   _system->endRun(systemBundle());

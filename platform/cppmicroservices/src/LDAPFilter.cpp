@@ -29,13 +29,6 @@ bool LDAPFilter::Match(const AnyMap& properties) const {
   return matchIgnoringCase(_root, properties);
 }
 
-bool LDAPFilter::MatchCase(const AnyMap& properties) const {
-  return !_root || _root->matches([&properties](const std::string& name) {
-    const auto found = properties.find(name);
-    return found == properties.end() ? nullptr : &found->second;
-  });
-}
-
 std::string LDAPFilter::ToString() const {
   return _root ? _root->toString() : std::string();
 }

@@ -149,35 +149,38 @@ bool ServiceRecord::remember(const InstancePointer& instance) {
   return _service != nullptr;
 }
 
+ServiceRecord::InstancePointer ServiceRecord::instanceOf(long bundle) const {
+  const std::lock_guard lock(_mutex);
+  const auto found = _bundleInstances.find(bundle);
+  return found == _bundleInstances.end() ? nullptr : found->second.lock();
+}
+
 std::shared_ptr<void> ServiceRecord::bundleObject(const std::string& interfaceId, const Bundle& user) {
   const auto registered = service();
   if (!registered || !factoryOf(registered)) {
     return ExtractInterface(registered, interfaceId);
   }
   const auto number = user.GetBundleId();
-  const auto present = [this, number] {
-    const std::lock_guard lock(_mutex);
-    return _bundleInstances[number].lock();
-  };
-  if (const auto instance = present()) {
+  if (const auto instance = instanceOf(number)) {
     return objectOf(instance, interfaceId);
   }
-  auto instance = makeInstance(registered, user);
+  const auto instance = makeInstance(registered, user);
   if (!instance || !remember(instance)) {
     return nullptr;
   }
-  // Another thread may have been faster: its instance is the bundle's, and ours goes back to the factory,
-  // outside the lock.
-  InstancePointer chosen;
-  {
-    const std::lock_guard lock(_mutex);
-    chosen = _bundleInstances[number].lock();
-    if (!chosen) {
-      _bundleInstances[number] = instance;
-      chosen = instance;
-    }
+  return objectOf(firstInstance(number, instance), interfaceId);
+}
+
+/// Another thread may have been faster: its instance is the bundle's then, and ours goes back to the factory,
+/// outside the lock.
+ServiceRecord::InstancePointer ServiceRecord::firstInstance(long bundle, const InstancePointer& made) {
+  const std::lock_guard lock(_mutex);
+  auto& known = _bundleInstances[bundle];
+  if (auto chosen = known.lock()) {
+    return chosen;
   }
-  return objectOf(chosen, interfaceId);
+  known = made;
+  return made;
 }
 
 std::shared_ptr<void> ServiceRecord::newObject(const std::string& interfaceId, const Bundle& user) {

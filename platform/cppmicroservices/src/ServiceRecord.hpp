@@ -53,6 +53,8 @@ class ServiceRecord : public std::enable_shared_from_this<ServiceRecord> {
   [[nodiscard]] InstancePointer makeInstance(const InterfaceMapConstPtr& service, const Bundle& user);
   /// Whether the service was still registered, so that retire() will know of the instance.
   bool remember(const InstancePointer& instance);
+  [[nodiscard]] InstancePointer instanceOf(long bundle) const;
+  [[nodiscard]] InstancePointer firstInstance(long bundle, const InstancePointer& made);
 
   const long _id;
   const std::weak_ptr<FrameworkCore> _core;

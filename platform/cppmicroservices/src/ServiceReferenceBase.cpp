@@ -35,17 +35,6 @@ Any ServiceReferenceBase::GetProperty(const std::string& key) const {
   return value == nullptr ? Any() : *value;
 }
 
-std::vector<std::string> ServiceReferenceBase::GetPropertyKeys() const {
-  std::vector<std::string> keys;
-  if (_record) {
-    const auto properties = _record->properties();
-    for (const auto& property : *properties) {
-      keys.push_back(property.first);
-    }
-  }
-  return keys;
-}
-
 Bundle ServiceReferenceBase::GetBundle() const {
   return _record ? _record->owner() : Bundle();
 }

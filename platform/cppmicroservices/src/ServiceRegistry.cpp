@@ -66,6 +66,7 @@ std::vector<ServiceRegistry::RecordPointer> ServiceRegistry::find(const std::str
   }
   std::ranges::sort(ranked);
   std::vector<RecordPointer> found;
+  found.reserve(ranked.size());
   for (auto& [order, id, record] : ranked) {
     found.push_back(std::move(record));
   }

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <string>
+#include <system_error>
 
 #include "RandomReserve.hpp"
 #include "kestrel/callbacks/ExitGate.hpp"
@@ -41,8 +41,9 @@ void drawFromKernel(std::uint8_t* out, std::size_t size) {
     const auto drawn = getrandom(out, size, 0);
     if (drawn < 0 && errno == EINTR) continue;
     if (drawn <= 0) {
-      throw CryptoException("CryptoProvider: expected " + std::to_string(size) +
-                            " random bytes of the kernel, got none: " + std::strerror(errno));
+      throw CryptoException(
+          "CryptoProvider: expected " + std::to_string(size) +
+          " random bytes of the kernel, got none: " + std::generic_category().message(errno));
     }
     out += drawn;
     size -= static_cast<std::size_t>(drawn);

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <variant>
 
 #include "BodyAccess.hpp"
@@ -113,12 +112,6 @@ bool EncodedArray::SerializeToArray(void* data, int size) const noexcept {
   writer.writeArray(_array);
   writer.writeEndMark();
   return true;
-}
-
-std::string EncodedArray::SerializeAsString() const {
-  std::string bytes(_size, '\0');
-  static_cast<void>(SerializeToArray(bytes.data(), static_cast<int>(_size)));
-  return bytes;
 }
 
 }  // namespace kestreldata

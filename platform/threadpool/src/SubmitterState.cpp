@@ -22,7 +22,7 @@ stop_source ScheduledTaskSubmitter::State::post(Work work, Clock::duration delay
   const auto task = std::make_shared<Task>(Task{interval, {}, std::move(work), {}});
   std::shared_ptr<ThreadPool> pool;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     pool = _pool;
     if (pool) _tasks.insert(task);
   }
@@ -62,7 +62,7 @@ void ScheduledTaskSubmitter::State::run(const TaskPtr& task) {
 }
 
 bool ScheduledTaskSubmitter::State::begin(Task& task) {
-  std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   if (!_pool) return false;
   task.runner = std::this_thread::get_id();
   return true;
@@ -71,7 +71,7 @@ bool ScheduledTaskSubmitter::State::begin(Task& task) {
 void ScheduledTaskSubmitter::State::repeat(const TaskPtr& task) {
   std::shared_ptr<ThreadPool> pool;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     pool = _pool;
     if (pool) task->runner = {};
   }
@@ -87,11 +87,11 @@ void ScheduledTaskSubmitter::State::repeat(const TaskPtr& task) {
 void ScheduledTaskSubmitter::State::finish(const TaskPtr& task) {
   Work released;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     released.swap(task->work);
   }
   released = nullptr;  // before shutdown() may return: what the work captured may need its owner
-  std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   task->runner = {};
   _tasks.erase(task);
   _runEnded.notify_all();
@@ -108,7 +108,7 @@ void ScheduledTaskSubmitter::State::shutdown() {
   std::vector<stop_source> stops;
   std::vector<Work> dropped;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     pool.swap(_pool);
     for (const auto& task : _tasks) {
       stops.push_back(task->stop);
@@ -118,8 +118,8 @@ void ScheduledTaskSubmitter::State::shutdown() {
   }
   for (auto& stop : stops) stop.request_stop();
   dropped.clear();
-  std::unique_lock lock(_mutex);
-  _runEnded.wait(lock, [this] { return onlyThisThreadRuns(); });
+  callbacks::UniqueLock lock(_mutex);
+  _runEnded.wait(lock.native(), [this]() KESTREL_REQUIRES(_mutex) { return onlyThisThreadRuns(); });
 }
 
 }  // namespace kestrel::threadpool

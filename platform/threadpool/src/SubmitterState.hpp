@@ -1,11 +1,11 @@
 #pragma once
 
 #include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <unordered_set>
 
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "kestrel/threadpool/ScheduledTaskSubmitter.hpp"
 
 namespace kestrel::threadpool {
@@ -31,13 +31,13 @@ class ScheduledTaskSubmitter::State : public std::enable_shared_from_this<State>
   bool begin(Task& task);
   void repeat(const TaskPtr& task);
   void finish(const TaskPtr& task);
-  bool onlyThisThreadRuns() const;
+  bool onlyThisThreadRuns() const KESTREL_REQUIRES(_mutex);
 
-  std::mutex _mutex;
+  callbacks::Mutex _mutex;
   std::condition_variable _runEnded;
-  // Guarded by _mutex.
-  std::shared_ptr<ThreadPool> _pool;  // empty once shut down, which ends the cycle of pool, task and state
-  std::unordered_set<TaskPtr> _tasks;
+  // Empty once shut down, which ends the cycle of pool, task and state.
+  std::shared_ptr<ThreadPool> _pool KESTREL_GUARDED_BY(_mutex);
+  std::unordered_set<TaskPtr> _tasks KESTREL_GUARDED_BY(_mutex);
 };
 
 }  // namespace kestrel::threadpool

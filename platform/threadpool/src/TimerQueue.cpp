@@ -36,7 +36,7 @@ TimerQueue::TimerQueue(std::function<void(Work)> handOver)
       _thread([context = _context] { runContext(*context); }) {}
 
 void TimerQueue::add(std::chrono::steady_clock::time_point when, Work work) {
-  std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   if (!_context) return;
   // The context owns the pending wait and with it the timer: what is not yet due goes with the context.
   auto delayed = std::make_shared<Delayed>(*_context, when, std::move(work));
@@ -55,7 +55,7 @@ void TimerQueue::close() {
   std::shared_ptr<Context> context;
   std::thread thread;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     context.swap(_context);
     thread.swap(_thread);
   }

@@ -4,8 +4,9 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace kestrel::threadpool {
 
@@ -28,10 +29,10 @@ class TimerQueue {
 
  private:
   const std::function<void(Work)> _handOver;
-  std::mutex _mutex;
-  // Guarded by _mutex; empty once closed. Shared with the thread.
-  std::shared_ptr<boost::asio::io_context> _context;
-  std::thread _thread;
+  callbacks::Mutex _mutex;
+  // Empty once closed. Shared with the thread.
+  std::shared_ptr<boost::asio::io_context> _context KESTREL_GUARDED_BY(_mutex);
+  std::thread _thread KESTREL_GUARDED_BY(_mutex);
 };
 
 }  // namespace kestrel::threadpool

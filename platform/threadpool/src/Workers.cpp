@@ -25,7 +25,7 @@ void runAndRelease(Workers::Work work) noexcept {
 void Workers::submit(Work work) {
   bool isDelayed = false;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     if (_closed) return;
     _queue.push_back(std::move(work));
     isDelayed = !ensureSeeker();
@@ -69,10 +69,15 @@ void Workers::startThread() {
 
 void Workers::runThread() {
   pthread_setname_np(pthread_self(), "kestrel-worker");
-  std::unique_lock lock(_mutex);
+  callbacks::UniqueLock lock(_mutex);
   while (!_closed) {
     if (_queue.empty()) {
-      if (!sleep(lock) && _threads.size() > _options.keptThreads) return retire(lock);
+      if (!sleep(lock) && _threads.size() > _options.keptThreads) {
+        auto earlier = retire();
+        lock.unlock();
+        if (earlier.joinable()) earlier.join();
+        return;
+      }
       continue;
     }
     auto work = std::move(_queue.front());
@@ -87,23 +92,23 @@ void Workers::runThread() {
 }
 
 /// Returns whether the thread was woken; if not, it has slept for the idle time.
-bool Workers::sleep(std::unique_lock<std::mutex>& lock) {
+bool Workers::sleep(callbacks::UniqueLock& lock) {
   Sleeper self;
   _sleepers.push_back(&self);
   --_seekers;
-  if (self.wake.wait_for(lock, _options.idleTime, [&] { return self.woken; })) return true;
+  if (self.wake.wait_for(lock.native(), _options.idleTime, [&] { return self.woken; })) return true;
   std::erase(_sleepers, &self);
   ++_seekers;
   return false;
 }
 
-void Workers::retire(std::unique_lock<std::mutex>& lock) {
+/// Leaves the calling thread for the next one to retire, and returns the one that was left before.
+std::thread Workers::retire() {
   --_seekers;
   const auto self = _threads.find(std::this_thread::get_id());
   auto earlier = std::exchange(_retired, std::move(self->second));
   _threads.erase(self);
-  lock.unlock();
-  if (earlier.joinable()) earlier.join();
+  return earlier;
 }
 
 void Workers::close() {
@@ -111,7 +116,7 @@ void Workers::close() {
   std::unordered_map<std::thread::id, std::thread> threads;
   std::thread retired;
   {
-    std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     _closed = true;
     dropped.swap(_queue);
     threads.swap(_threads);

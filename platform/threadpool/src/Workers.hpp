@@ -5,11 +5,11 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "kestrel/threadpool/makeThreadPool.hpp"
 
 namespace kestrel::threadpool {
@@ -36,26 +36,25 @@ class Workers : public std::enable_shared_from_this<Workers> {
     bool woken = false;  // guarded by _mutex
   };
 
-  bool ensureSeeker() noexcept;
-  void startThread();
+  bool ensureSeeker() noexcept KESTREL_REQUIRES(_mutex);
+  void startThread() KESTREL_REQUIRES(_mutex);
   void runThread();
-  bool sleep(std::unique_lock<std::mutex>& lock);
-  void retire(std::unique_lock<std::mutex>& lock);
+  bool sleep(callbacks::UniqueLock& lock) KESTREL_REQUIRES(_mutex);
+  std::thread retire() KESTREL_REQUIRES(_mutex);
 
   const ThreadPoolOptions _options;
-  std::mutex _mutex;
+  callbacks::Mutex _mutex;
   // Threads on their way to the queue, which look at it before they run anything or sleep. While the queue is
   // not empty there is at least one, and who takes work calls the next: so none waits behind work that
   // blocks, and a burst of short work starts no more threads than run at once. Grows at any time, shrinks
   // under _mutex.
   std::atomic<std::size_t> _seekers{0};
-  // Guarded by _mutex.
-  std::deque<Work> _queue;
-  std::vector<Sleeper*>
-      _sleepers;  // the last to sleep wakes first, so that surplus threads sleep to their end
-  std::unordered_map<std::thread::id, std::thread> _threads;
-  std::thread _retired;  // has ended its loop; joined by the next one to retire
-  bool _closed = false;
+  std::deque<Work> _queue KESTREL_GUARDED_BY(_mutex);
+  // The last to sleep wakes first, so that surplus threads sleep to their end.
+  std::vector<Sleeper*> _sleepers KESTREL_GUARDED_BY(_mutex);
+  std::unordered_map<std::thread::id, std::thread> _threads KESTREL_GUARDED_BY(_mutex);
+  std::thread _retired KESTREL_GUARDED_BY(_mutex);  // has ended its loop; joined by the next one to retire
+  bool _closed KESTREL_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace kestrel::threadpool

@@ -58,7 +58,7 @@ class CPPMICROSERVICES_EXPORT Bundle {
   void Stop();
 
  protected:
-  [[nodiscard]] detail::BundleData& data() const;
+  [[nodiscard]] CPPMICROSERVICES_LOCAL detail::BundleData& data() const;
 
   std::shared_ptr<detail::FrameworkCore> _core;
   std::shared_ptr<detail::BundleData> _data;

@@ -6,8 +6,6 @@
 
 namespace cppmicroservices::Constants {
 
-CPPMICROSERVICES_EXPORT extern const std::string SYSTEM_BUNDLE_LOCATION;
-CPPMICROSERVICES_EXPORT extern const std::string SYSTEM_BUNDLE_SYMBOLICNAME;
 CPPMICROSERVICES_EXPORT extern const std::string OBJECTCLASS;
 CPPMICROSERVICES_EXPORT extern const std::string SERVICE_ID;
 CPPMICROSERVICES_EXPORT extern const std::string SERVICE_RANKING;

@@ -22,7 +22,7 @@ class CPPMICROSERVICES_EXPORT Framework : public Bundle {
 
  private:
   friend class FrameworkFactory;
-  explicit Framework(std::shared_ptr<detail::FrameworkCore> core);
+  CPPMICROSERVICES_LOCAL explicit Framework(std::shared_ptr<detail::FrameworkCore> core);
 
   std::shared_ptr<void> _stopOnRelease;
 };

@@ -31,10 +31,9 @@ class CPPMICROSERVICES_EXPORT LDAPFilter {
   /// Whether the filter holds an expression.
   explicit operator bool() const { return _root != nullptr; }
 
-  /// Names are compared without regard to case, except by MatchCase().
+  /// Names are compared without regard to case.
   [[nodiscard]] bool Match(const ServiceReferenceBase& reference) const;
   [[nodiscard]] bool Match(const AnyMap& properties) const;
-  [[nodiscard]] bool MatchCase(const AnyMap& properties) const;
 
   /// The filter as text that parses to an equal filter; empty for the empty filter.
   [[nodiscard]] std::string ToString() const;

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "cppmicroservices/Any.h"
 #include "cppmicroservices/detail/Export.h"
@@ -31,7 +30,6 @@ class CPPMICROSERVICES_EXPORT ServiceReferenceBase {
 
   /// The property of that name, in any case; empty if there is none.
   [[nodiscard]] Any GetProperty(const std::string& key) const;
-  [[nodiscard]] std::vector<std::string> GetPropertyKeys() const;
   /// The bundle that registered the service; an empty one once it is unregistered.
   [[nodiscard]] Bundle GetBundle() const;
   [[nodiscard]] std::string GetInterfaceId() const;

@@ -38,7 +38,7 @@ class CPPMICROSERVICES_EXPORT ServiceRegistrationBase {
   void Unregister();
 
  private:
-  [[nodiscard]] detail::ServiceRecord& record() const;
+  [[nodiscard]] CPPMICROSERVICES_LOCAL detail::ServiceRecord& record() const;
 
   std::shared_ptr<detail::ServiceRecord> _record;
 };

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "kestreldata/Array.hpp"
@@ -23,9 +22,6 @@ class KESTRELDATA_EXPORT EncodedArray {
   /// Writes the encoding, ByteSizeLong() bytes. False, with nothing written, when the room is smaller.
   [[nodiscard]] bool SerializeToArray(void* data, int size) const noexcept;
 
-  /// The encoding in a string of its own.
-  [[nodiscard]] std::string SerializeAsString() const;
-
  private:
   friend class SerializationContext;
 
@@ -36,11 +32,11 @@ class KESTRELDATA_EXPORT EncodedArray {
     std::uint32_t filler = 0;  // bytes in its alignment field
   };
 
-  class Layout;
-  class Writer;
+  class KESTRELDATA_LOCAL Layout;
+  class KESTRELDATA_LOCAL Writer;
 
   /// Throws as SerializationContext::convertToProtobuf.
-  explicit EncodedArray(const Array& array);
+  KESTRELDATA_LOCAL explicit EncodedArray(const Array& array);
 
   Array _array;
   std::vector<Node> _nodes;  // in the order in which the messages begin

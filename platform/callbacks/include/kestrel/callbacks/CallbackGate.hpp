@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace kestrel::callbacks {
 
@@ -29,7 +30,7 @@ class CallbackGate {
   };
 
   [[nodiscard]] Pass enter() {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (_closed) return Pass(nullptr);
     _inside.push_back(std::this_thread::get_id());
     return Pass(this);
@@ -45,46 +46,46 @@ class CallbackGate {
 
   /// Refuses every later callback; does not wait.
   void refuse() {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _closed = true;
   }
 
   /// After it has returned nothing runs and nothing will, except when it is called from inside a callback:
   /// then it waits for nobody, and that run is the last.
   void close() {
-    std::unique_lock lock(_mutex);
+    UniqueLock lock(_mutex);
     _closed = true;
     if (holds(std::this_thread::get_id())) return;
-    _left.wait(lock, [this] { return _inside.empty(); });
+    _left.wait(lock.native(), [this]() KESTREL_REQUIRES(_mutex) { return _inside.empty(); });
   }
 
   [[nodiscard]] bool closed() const {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     return _closed;
   }
 
   /// Whether the calling thread is inside a callback.
   [[nodiscard]] bool holdsThisThread() const {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     return holds(std::this_thread::get_id());
   }
 
  private:
   void leave() noexcept {
     // Notified under the lock: who waits may destroy the gate as soon as it has the lock.
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _inside.erase(std::find(_inside.begin(), _inside.end(), std::this_thread::get_id()));
     if (_inside.empty()) _left.notify_all();
   }
 
-  [[nodiscard]] bool holds(std::thread::id thread) const {
+  [[nodiscard]] bool holds(std::thread::id thread) const KESTREL_REQUIRES(_mutex) {
     return std::find(_inside.begin(), _inside.end(), thread) != _inside.end();
   }
 
-  mutable std::mutex _mutex;  // guards the members below
+  mutable Mutex _mutex;
   std::condition_variable _left;
-  std::vector<std::thread::id> _inside;
-  bool _closed = false;
+  std::vector<std::thread::id> _inside KESTREL_GUARDED_BY(_mutex);
+  bool _closed KESTREL_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace kestrel::callbacks

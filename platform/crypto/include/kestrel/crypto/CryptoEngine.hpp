@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "kestrel/crypto/CryptoPRNG.hpp"
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::crypto {
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::crypto {
 

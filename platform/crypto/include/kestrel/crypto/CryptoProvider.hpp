@@ -1,7 +1,7 @@
 #pragma once
 
 #include "kestrel/crypto/ICryptoProvider.hpp"
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::crypto {
 

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string_view>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::diagnostics {
 

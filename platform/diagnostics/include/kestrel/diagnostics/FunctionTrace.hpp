@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "kestrel/diagnostics/Export.hpp"
 #include "kestrel/diagnostics/Logger.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::diagnostics {
 

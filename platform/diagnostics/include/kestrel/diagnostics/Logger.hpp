@@ -7,8 +7,8 @@
 #include <string_view>
 #include <type_traits>
 
-#include "kestrel/diagnostics/Export.hpp"
 #include "kestrel/diagnostics/Severity.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::diagnostics {
 
@@ -45,6 +45,15 @@ class KESTREL_EXPORT Logger {
   static std::string_view asText(std::string_view text) noexcept { return text; }
   static std::string_view asText(const std::string& text) noexcept { return text; }
 
+  template <class Part>
+  static decltype(auto) shown(const Part& part) {
+    if constexpr (std::is_convertible_v<const Part&, std::string_view>) {
+      return asText(part);  // a stream gives up at a null pointer
+    } else {
+      return (part);
+    }
+  }
+
   template <class... Parts>
   static std::string joined(const Parts&... parts) {
     if constexpr ((std::is_convertible_v<const Parts&, std::string_view> && ...)) {
@@ -55,7 +64,7 @@ class KESTREL_EXPORT Logger {
     } else {
       std::ostringstream text;
       text.imbue(std::locale::classic());  // a host's locale must not group the digits of our numbers
-      (text << ... << parts);
+      (text << ... << shown(parts));
       return text.str();
     }
   }

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string_view>
 
-#include "kestrel/diagnostics/Export.hpp"
 #include "kestrel/diagnostics/Severity.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::diagnostics {
 
@@ -28,7 +28,7 @@ class KESTREL_EXPORT RecordObserver {
   RecordObserver(const RecordObserver&) = delete;
   RecordObserver& operator=(const RecordObserver&) = delete;
 
-  class Entry;
+  class KESTREL_LOCAL Entry;
 
  private:
   std::shared_ptr<Entry> _entry;  // shared with the calls that are under way

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "kestrel/diagnostics/Export.hpp"
 #include "kestrel/diagnostics/Severity.hpp"
+#include "kestrel/export/Export.hpp"
 
 /// Which severities are on for which channel. All functions are safe for several threads at once, and take
 /// effect at once for loggers that exist.

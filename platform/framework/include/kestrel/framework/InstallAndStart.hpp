@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::framework {
 

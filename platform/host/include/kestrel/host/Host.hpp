@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::host {
 

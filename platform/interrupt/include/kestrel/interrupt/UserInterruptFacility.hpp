@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 
 namespace kestrel::interrupt {
 

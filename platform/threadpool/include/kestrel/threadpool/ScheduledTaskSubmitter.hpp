@@ -5,7 +5,7 @@
 #include <memory>
 #include <stop_token>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 #include "kestrel/threadpool/ThreadPool.hpp"
 
 namespace kestrel::threadpool {
@@ -45,7 +45,7 @@ class KESTREL_EXPORT ScheduledTaskSubmitter {
   void shutdown();
 
  private:
-  class State;
+  class KESTREL_LOCAL State;
   std::shared_ptr<State> _state;  // shared with the tasks in the pool, which may outlive the submitter
 };
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "kestrel/diagnostics/Export.hpp"
+#include "kestrel/export/Export.hpp"
 #include "kestrel/threadpool/ThreadPool.hpp"
 
 namespace kestrel::threadpool {

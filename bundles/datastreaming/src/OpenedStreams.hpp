@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "transports/shared/StreamContext.hpp"
+#include "delivery/StreamContext.hpp"
 
 namespace kestrel::streams {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "transports/shared/Transport.hpp"
+#include "transports/Transport.hpp"
 
 namespace kestrel::streams {
 

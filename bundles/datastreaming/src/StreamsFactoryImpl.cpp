@@ -27,14 +27,14 @@ StreamsFactoryImpl::StreamsFactoryImpl(TransportMaker maker)
     : _makeTransport(std::move(maker)), _reporter(std::make_shared<ErrorReporter>()) {}
 
 void StreamsFactoryImpl::configure(const datastreaming::ConfigurationMap& configuration) {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   _settings.update(configuration);
   _transport.reset();  // streams that exist keep theirs
 }
 
 std::shared_ptr<datastreaming::Stream> StreamsFactoryImpl::getStream(const std::string& id,
                                                                      const datastreaming::AttributeMap&) {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   auto context = _opened.find(id);
   if (!context) context = std::make_shared<StreamContext>(id, _reporter);
   auto stream = std::make_shared<StreamImpl>(context, transport()->open(context));
@@ -48,7 +48,7 @@ std::shared_ptr<datastreaming::Producer> StreamsFactoryImpl::createProducer(
   StreamLink& link = linkOf(stream, "createProducer");
   ProducerSettings settings;
   {
-    const std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     settings = readProducerSettings(configuration, _settings);
   }
   return link.makeProducer(settings);
@@ -60,7 +60,7 @@ std::shared_ptr<datastreaming::Consumer> StreamsFactoryImpl::createConsumer(
 }
 
 std::vector<datastreaming::StreamStatistics> StreamsFactoryImpl::statistics() const {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   return _opened.statistics();
 }
 

@@ -3,11 +3,11 @@
 #include <functional>
 #include <kestrel/datastreaming/StreamsFactory.hpp>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "src/OpenedStreams.hpp"
-#include "transports/shared/Transport.hpp"
+#include "transports/Transport.hpp"
 
 namespace kestrel::streams {
 
@@ -29,16 +29,16 @@ class StreamsFactoryImpl final : public datastreaming::StreamsFactory {
   [[nodiscard]] std::vector<datastreaming::StreamStatistics> statistics() const override;
 
  private:
-  std::shared_ptr<Transport> transport();
+  std::shared_ptr<Transport> transport() KESTREL_REQUIRES(_mutex);
 
   const TransportMaker _makeTransport;
   const std::shared_ptr<ErrorReporter> _reporter;
 
-  mutable std::mutex _mutex;
-  // Guarded by _mutex.
-  ServiceSettings _settings;
-  std::shared_ptr<Transport> _transport;  // for the settings in force, made when needed
-  OpenedStreams _opened;
+  mutable callbacks::Mutex _mutex;
+  ServiceSettings _settings KESTREL_GUARDED_BY(_mutex);
+  // For the settings in force, made when needed.
+  std::shared_ptr<Transport> _transport KESTREL_GUARDED_BY(_mutex);
+  OpenedStreams _opened KESTREL_GUARDED_BY(_mutex);
 };
 
 }  // namespace kestrel::streams

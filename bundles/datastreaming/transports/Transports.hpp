@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "transports/shared/Transport.hpp"
+#include "transports/Transport.hpp"
 
 namespace kestrel::streams {
 

@@ -22,7 +22,7 @@ BufferPool::~BufferPool() {
 std::uint8_t* BufferPool::acquire(std::size_t size) {
   const std::size_t capacity = capacityOf(size);
   if (size <= largestBlock) {
-    const std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     auto& blocks = _free[classOf(size)];
     if (!blocks.empty()) {
       std::uint8_t* const block = blocks.back();  // the one used last, for the caches may still hold it
@@ -40,7 +40,7 @@ std::uint8_t* BufferPool::acquire(std::size_t size) {
 void BufferPool::release(std::uint8_t* block, std::size_t size) noexcept {
   if (size <= largestBlock) {
     const std::size_t capacity = capacityOf(size);
-    const std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     if (capacity <= _limit && _kept <= _limit - capacity) {
       try {
         _free[classOf(size)].push_back(block);
@@ -51,11 +51,6 @@ void BufferPool::release(std::uint8_t* block, std::size_t size) noexcept {
     }
   }
   std::free(block);
-}
-
-std::size_t BufferPool::kept() const {
-  const std::lock_guard lock(_mutex);
-  return _kept;
 }
 
 std::size_t BufferPool::classOf(std::size_t size) {

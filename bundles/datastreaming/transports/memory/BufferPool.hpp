@@ -3,8 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <vector>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace kestrel::streams {
 
@@ -29,19 +30,15 @@ class BufferPool {
   /// Takes a block back that acquire() gave for that size.
   void release(std::uint8_t* block, std::size_t size) noexcept;
 
-  /// How many bytes are kept for reuse.
-  [[nodiscard]] std::size_t kept() const;
-
  private:
   static constexpr std::size_t classes = 11;  // powers of two from the smallest block to the largest
   static std::size_t classOf(std::size_t size);
   static std::size_t capacityOf(std::size_t size);
 
   const std::size_t _limit;
-  mutable std::mutex _mutex;
-  // Guarded by _mutex.
-  std::array<std::vector<std::uint8_t*>, classes> _free;
-  std::size_t _kept = 0;
+  callbacks::Mutex _mutex;
+  std::array<std::vector<std::uint8_t*>, classes> _free KESTREL_GUARDED_BY(_mutex);
+  std::size_t _kept KESTREL_GUARDED_BY(_mutex) = 0;
 };
 
 }  // namespace kestrel::streams

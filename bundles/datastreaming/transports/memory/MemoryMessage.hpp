@@ -2,8 +2,8 @@
 
 #include <kestrel/datastreaming/Types.hpp>
 
+#include "sequencing/Frame.hpp"
 #include "transports/memory/MessageBytes.hpp"
-#include "transports/shared/Frame.hpp"
 
 namespace kestrel::streams {
 

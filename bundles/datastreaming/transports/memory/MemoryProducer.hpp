@@ -2,9 +2,9 @@
 
 #include <memory>
 
+#include "transports/ProducerBase.hpp"
+#include "transports/ServiceSettings.hpp"
 #include "transports/memory/MemoryStream.hpp"
-#include "transports/shared/ProducerBase.hpp"
-#include "transports/shared/ServiceSettings.hpp"
 
 namespace kestrel::streams {
 

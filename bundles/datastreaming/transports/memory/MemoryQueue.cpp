@@ -17,7 +17,7 @@ void MemoryQueue::pushNews(Kind kind, std::uint64_t producer) {
 void MemoryQueue::add(Entry entry) {
   bool wake = false;
   {
-    const std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     _entries.push_back(std::move(entry));
     wake = std::exchange(_waiting, false);
   }
@@ -28,12 +28,12 @@ std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optio
   constexpr std::size_t keptCapacity = 16384;
   batch.clear();
   if (batch.capacity() > keptCapacity) batch = std::vector<Entry>();
-  std::unique_lock lock(_mutex);
+  callbacks::UniqueLock lock(_mutex);
   while (_entries.empty() && !stopped()) {
     _waiting = true;
     if (!deadline) {
-      _wake.wait(lock);
-    } else if (_wake.wait_until(lock, *deadline) == std::cv_status::timeout) {
+      _wake.wait(lock.native());
+    } else if (_wake.wait_until(lock.native(), *deadline) == std::cv_status::timeout) {
       break;
     }
   }
@@ -44,7 +44,7 @@ std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optio
 }
 
 std::uint64_t MemoryQueue::dropMessages() {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   const auto messages = std::ranges::count(_entries, Kind::message, &Entry::kind);
   _entries.clear();
   return static_cast<std::uint64_t>(messages);
@@ -52,7 +52,7 @@ std::uint64_t MemoryQueue::dropMessages() {
 
 void MemoryQueue::stop() {
   {
-    const std::lock_guard lock(_mutex);
+    const callbacks::MutexLock lock(_mutex);
     _stopped.store(true, std::memory_order_relaxed);
   }
   _wake.notify_one();

@@ -3,10 +3,10 @@
 #include <atomic>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "transports/memory/MemoryMessage.hpp"
 
 namespace kestrel::streams {
@@ -48,11 +48,10 @@ class MemoryQueue {
 
   ByteBudget _budget;                 // outlives the charges in _entries
   std::atomic<bool> _stopped{false};  // set under _mutex
-  std::mutex _mutex;
-  // Guarded by _mutex.
+  callbacks::Mutex _mutex;
   std::condition_variable _wake;
-  std::vector<Entry> _entries;
-  bool _waiting = false;  // the taker sleeps and nobody has woken it yet
+  std::vector<Entry> _entries KESTREL_GUARDED_BY(_mutex);
+  bool _waiting KESTREL_GUARDED_BY(_mutex) = false;  // the taker sleeps and nobody has woken it yet
 };
 
 }  // namespace kestrel::streams

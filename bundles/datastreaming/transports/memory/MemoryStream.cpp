@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "transports/shared/ErrorOutlet.hpp"
+#include "delivery/ErrorOutlet.hpp"
 
 namespace kestrel::streams {
 
@@ -16,7 +16,7 @@ MemoryStream::~MemoryStream() {
 }
 
 void MemoryStream::openedBy(const std::shared_ptr<StreamContext>& context) {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   _context = context;
 }
 
@@ -32,14 +32,14 @@ std::optional<std::string> MemoryStream::refusalLocked(std::uint64_t size, std::
 }
 
 std::optional<std::string> MemoryStream::refusal(std::uint64_t size, std::uint64_t cost) {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   return refusalLocked(size, cost);
 }
 
 std::optional<std::string> MemoryStream::publish(const std::shared_ptr<MemoryMessage>& message,
                                                  std::uint64_t cost) {
   // Only this function takes room, and it does so under the lock: room that was seen stays.
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   if (auto why = refusalLocked(message->bytes.size(), cost)) return why;
   message->arrival = Clock::now();
   for (const auto& queue : _queues) queue->push(message, cost);
@@ -47,19 +47,19 @@ std::optional<std::string> MemoryStream::publish(const std::shared_ptr<MemoryMes
 }
 
 void MemoryStream::announce(MemoryQueue::Kind kind, std::uint64_t producer) {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   for (const auto& queue : _queues) queue->pushNews(kind, producer);
 }
 
 std::shared_ptr<MemoryQueue> MemoryStream::attach() {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   if (_attended) return _queues.emplace_back(std::make_shared<MemoryQueue>(_queueLimit));
   _attended = true;
   return _queues.front();
 }
 
 void MemoryStream::detach(const std::shared_ptr<MemoryQueue>& queue) {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   std::erase(_queues, queue);
   if (!_queues.empty()) return;
   _queues.push_back(std::make_shared<MemoryQueue>(_queueLimit));
@@ -73,7 +73,7 @@ MemoryStreams& MemoryStreams::shared() {
 
 std::shared_ptr<MemoryStream> MemoryStreams::open(const std::string& name) {
   if (name.empty()) return std::make_shared<MemoryStream>(_queueLimit);
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   if (_streams.size() >= _sweepAt) sweep();
   auto& known = _streams[name];
   auto stream = known.lock();

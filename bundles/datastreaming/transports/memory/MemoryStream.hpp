@@ -3,13 +3,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "delivery/StreamContext.hpp"
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "transports/memory/MemoryQueue.hpp"
-#include "transports/shared/StreamContext.hpp"
 
 namespace kestrel::streams {
 
@@ -40,14 +40,16 @@ class MemoryStream {
   void detach(const std::shared_ptr<MemoryQueue>& queue);
 
  private:
-  [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost) const;
+  [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost) const
+      KESTREL_REQUIRES(_mutex);
 
   const std::uint64_t _queueLimit;
-  std::mutex _mutex;
-  // Guarded by _mutex. Without a consumer the only queue is the one of the consumer to come.
-  std::vector<std::shared_ptr<MemoryQueue>> _queues{std::make_shared<MemoryQueue>(_queueLimit)};
-  bool _attended = false;  // a consumer is attached
-  std::weak_ptr<StreamContext> _context;
+  callbacks::Mutex _mutex;
+  // Without a consumer the only queue is the one of the consumer to come.
+  std::vector<std::shared_ptr<MemoryQueue>> _queues KESTREL_GUARDED_BY(_mutex){
+      std::make_shared<MemoryQueue>(_queueLimit)};
+  bool _attended KESTREL_GUARDED_BY(_mutex) = false;  // a consumer is attached
+  std::weak_ptr<StreamContext> _context KESTREL_GUARDED_BY(_mutex);
 };
 
 /// The named streams of the process. A stream lives as long as anybody holds it. Safe from any thread.
@@ -62,13 +64,12 @@ class MemoryStreams {
   [[nodiscard]] std::shared_ptr<MemoryStream> open(const std::string& name);
 
  private:
-  void sweep();
+  void sweep() KESTREL_REQUIRES(_mutex);
 
   const std::uint64_t _queueLimit;
-  std::mutex _mutex;
-  // Guarded by _mutex.
-  std::map<std::string, std::weak_ptr<MemoryStream>> _streams;
-  std::size_t _sweepAt = 64;
+  callbacks::Mutex _mutex;
+  std::map<std::string, std::weak_ptr<MemoryStream>> _streams KESTREL_GUARDED_BY(_mutex);
+  std::size_t _sweepAt KESTREL_GUARDED_BY(_mutex) = 64;
 };
 
 }  // namespace kestrel::streams

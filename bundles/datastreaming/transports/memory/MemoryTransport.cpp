@@ -2,8 +2,9 @@
 
 #include <utility>
 
-#include "transports/memory/MemoryConsumer.hpp"
+#include "transports/ThreadedConsumer.hpp"
 #include "transports/memory/MemoryProducer.hpp"
+#include "transports/memory/MemoryReceiver.hpp"
 
 namespace kestrel::streams {
 
@@ -19,7 +20,7 @@ class MemoryLink final : public StreamLink {
     return std::make_shared<MemoryProducer>(_context, _stream, settings);
   }
   std::shared_ptr<datastreaming::Consumer> makeConsumer() override {
-    return std::make_shared<MemoryConsumer>(_context, _stream, _limits);
+    return std::make_shared<ThreadedConsumer>(std::make_shared<MemoryReceiver>(_context, _stream, _limits));
   }
 
  private:

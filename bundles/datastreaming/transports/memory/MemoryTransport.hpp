@@ -1,8 +1,8 @@
 #pragma once
 
+#include "sequencing/PayloadSequencer.hpp"
+#include "transports/Transport.hpp"
 #include "transports/memory/MemoryStream.hpp"
-#include "transports/shared/PayloadSequencer.hpp"
-#include "transports/shared/Transport.hpp"
 
 namespace kestrel::streams {
 

@@ -1,9 +1,9 @@
 #include "transports/nats/NatsHandles.hpp"
 
-#include <algorithm>
+#include "kestrel/callbacks/ThreadSafety.hpp"
+
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -23,7 +23,7 @@ class Discarded {
   void add(natsMsg* message) {
     std::vector<natsMsg*> full;
     {
-      const std::lock_guard lock(_mutex);
+      const callbacks::MutexLock lock(_mutex);
       _messages.push_back(message);
       _bytes += static_cast<std::size_t>(natsMsg_GetDataLength(message));
       if (_messages.size() < most && _bytes < mostBytes) return;
@@ -40,19 +40,12 @@ class Discarded {
 
   Discarded() { _messages.reserve(most); }
 
-  std::mutex _mutex;
-  // Guarded by _mutex.
-  std::vector<natsMsg*> _messages;
-  std::size_t _bytes = 0;
+  callbacks::Mutex _mutex;
+  std::vector<natsMsg*> _messages KESTREL_GUARDED_BY(_mutex);
+  std::size_t _bytes KESTREL_GUARDED_BY(_mutex) = 0;
 };
 
 }  // namespace
-
-std::uint64_t waitingIn(natsSubscription& subscription) {
-  int messages = 0;
-  if (natsSubscription_GetPending(&subscription, &messages, nullptr) != NATS_OK) return 0;
-  return static_cast<std::uint64_t>(std::max(messages, 0));
-}
 
 std::shared_ptr<natsMsg> share(natsMsg* message) {
   return {message, [](natsMsg* last) {

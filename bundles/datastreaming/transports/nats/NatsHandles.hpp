@@ -16,14 +16,13 @@ using NatsOptions = std::unique_ptr<natsOptions, NatsDeleter<natsOptions, natsOp
 using NatsMessage = std::unique_ptr<natsMsg, NatsDeleter<natsMsg, natsMsg_Destroy>>;
 using JetStreamContext = std::unique_ptr<jsCtx, NatsDeleter<jsCtx, jsCtx_Destroy>>;
 
-/// How much may wait to be taken from a subscription; what comes beyond is dropped. -1: no limit.
+/// How much may wait to be taken from a subscription; what comes beyond is dropped.
 struct PendingLimits {
-  int messages = -1;
-  int bytes = -1;
-};
+  static constexpr int none = -1;  // as the C client has it
 
-/// How many messages can be taken from a subscription at once.
-[[nodiscard]] std::uint64_t waitingIn(natsSubscription& subscription);
+  int messages = none;
+  int bytes = none;
+};
 
 /// Shares a message that the C client has made.
 ///

@@ -6,20 +6,6 @@
 
 namespace kestrel::streams {
 
-NatsReceiver::NatsReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<NatsConnection> connection,
-                           const PayloadSequencer::Limits& limits)
-    : _context(std::move(context)),
-      _connection(std::move(connection)),
-      _errors(std::make_shared<ErrorOutlet>(_context)),
-      _pipeline(std::make_shared<DeliveryPipeline>(_context, _errors, limits)) {}
-
-void NatsReceiver::stop(bool insideRun) {
-  _stopped = true;
-  if (!insideRun) interrupt();
-  _pipeline->close();
-  _errors->close();
-}
-
 NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message) {
   Incoming incoming{.message = std::move(message), .identity = {}, .receipt = nullptr};
   natsMsg* const raw = incoming.message.get();
@@ -32,20 +18,14 @@ NatsReceiver::Incoming NatsReceiver::identify(std::shared_ptr<natsMsg> message) 
   return incoming;
 }
 
-void NatsReceiver::passTime(bool possible) {
-  const TimePoint before = std::exchange(_seen, Clock::now());
-  if (!possible) _pipeline->excuse(_seen - before);
+void NatsReceiver::passTime(bool shut) {
+  _pipeline->excuse(_clock.deafness(Clock::now(), shut));
 }
 
 void NatsReceiver::beginTurn(std::uint64_t waiting, TimePoint asked) {
-  const TimePoint now = Clock::now();
-  // Who had to wait for a message got it as it came; else it came after there was none.
-  if (now - asked > std::chrono::milliseconds(1)) _emptyAt = now;
-  _earliest = _emptyAt;
-  if (waiting == 0) _emptyAt = now;
   _moreWaits = waiting > 0;
   if (_moreWaits) _connection->outbox().expectMore();
-  _clock.advance(now, waiting);
+  _clock.advance(asked, Clock::now(), waiting);
 }
 
 void NatsReceiver::endTurn() {
@@ -65,7 +45,7 @@ void NatsReceiver::deliver(Incoming incoming) {
   Frame frame;
   frame.stamp = *stamp;
   frame.arrival = Clock::now();  // or before, but it cannot have been silent since then
-  frame.earliest = _earliest;
+  frame.earliest = _clock.earliest();
   frame.data = reinterpret_cast<const std::uint8_t*>(natsMsg_GetData(message));
   frame.size = static_cast<std::uint64_t>(natsMsg_GetDataLength(message));
   frame.attributes = std::move(*attributes);
@@ -77,7 +57,7 @@ void NatsReceiver::deliver(Incoming incoming) {
 void NatsReceiver::deliverEvent(const ProducerEvent& event) {
   if (event.kind == ProducerEvent::Kind::abandoned) return _pipeline->payloadAbandoned(event.producer);
   std::optional<TimePoint> began;
-  if (event.age) began = _earliest - *event.age;
+  if (event.age) began = _clock.earliest() - *event.age;
   _pipeline->producerReached(event.producer, event.after, began, Clock::now());
   if (event.kind == ProducerEvent::Kind::gone) _pipeline->producerVanished(event.producer);
 }
@@ -106,7 +86,7 @@ std::chrono::milliseconds NatsReceiver::waitFor(std::chrono::milliseconds most) 
 }
 
 void NatsReceiver::reportClosed() {
-  if (!_stopped) _errors->report("no more messages will come: " + _connection->lastFailure());
+  if (!stopped()) _errors->report("no more messages will come: " + _connection->lastFailure());
 }
 
 }  // namespace kestrel::streams

@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "transports/nats/DurableProducer.hpp"
-#include "transports/nats/DurableReceiver.hpp"
-#include "transports/nats/LiveProducer.hpp"
-#include "transports/nats/LiveReceiver.hpp"
-#include "transports/nats/NatsConsumer.hpp"
-#include "transports/nats/SubjectNames.hpp"
+#include "transports/ThreadedConsumer.hpp"
+#include "transports/nats/durable/DurableProducer.hpp"
+#include "transports/nats/durable/DurableReceiver.hpp"
+#include "transports/nats/live/LiveProducer.hpp"
+#include "transports/nats/live/LiveReceiver.hpp"
+#include "transports/nats/wire/SubjectNames.hpp"
 
 namespace kestrel::streams {
 
@@ -23,7 +23,8 @@ class LiveLink final : public StreamLink {
   }
 
   std::shared_ptr<datastreaming::Consumer> makeConsumer() override {
-    return std::make_shared<NatsConsumer>(std::make_shared<LiveReceiver>(_context, _connection, _names.live));
+    return std::make_shared<ThreadedConsumer>(
+        std::make_shared<LiveReceiver>(_context, _connection, _names.live));
   }
 
  private:
@@ -46,7 +47,8 @@ class DurableLink final : public StreamLink {
   }
 
   std::shared_ptr<datastreaming::Consumer> makeConsumer() override {
-    return std::make_shared<NatsConsumer>(std::make_shared<DurableReceiver>(_context, _connection, _store));
+    return std::make_shared<ThreadedConsumer>(
+        std::make_shared<DurableReceiver>(_context, _connection, _store));
   }
 
  private:
@@ -67,7 +69,7 @@ std::shared_ptr<StreamLink> NatsTransport::open(std::shared_ptr<StreamContext> c
 }
 
 std::shared_ptr<NatsConnection> NatsTransport::connection() {
-  const std::lock_guard lock(_mutex);
+  const callbacks::MutexLock lock(_mutex);
   if (!_connection || _connection->closed()) _connection = NatsConnection::connect(_endpoint);
   return _connection;
 }

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <mutex>
-
-#include "transports/nats/NatsConnection.hpp"
-#include "transports/shared/Transport.hpp"
+#include "kestrel/callbacks/ThreadSafety.hpp"
+#include "transports/Transport.hpp"
+#include "transports/nats/connection/NatsConnection.hpp"
 
 namespace kestrel::streams {
 
@@ -19,8 +18,8 @@ class NatsTransport final : public Transport {
   std::shared_ptr<NatsConnection> connection();
 
   const NatsEndpoint _endpoint;
-  std::mutex _mutex;
-  std::shared_ptr<NatsConnection> _connection;  // guarded by _mutex
+  callbacks::Mutex _mutex;
+  std::shared_ptr<NatsConnection> _connection KESTREL_GUARDED_BY(_mutex);
 };
 
 }  // namespace kestrel::streams

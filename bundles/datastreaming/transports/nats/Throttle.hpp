@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "transports/shared/Frame.hpp"
+#include "sequencing/Frame.hpp"
 
 namespace kestrel::streams {
 

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "sequencing/Frame.hpp"
+#include "sequencing/SpareBuffers.hpp"
+
+namespace kestrel::streams {
+
+/// The pieces of one payload, joined as they come. A plain object, not thread-safe.
+class PayloadAssembly {
+ public:
+  PayloadAssembly(std::uint64_t payload, std::uint64_t firstNumber)
+      : _payload(payload), _firstNumber(firstNumber) {}
+
+  /// Takes the next piece over. Throws std::bad_alloc; the payload cannot become whole then.
+  void add(Frame& piece);
+
+  /// The payload as one frame, which carries what its last piece carried.
+  [[nodiscard]] Frame whole() &&;
+  /// Settles the receipts of a payload that will not become whole.
+  void settleAll();
+
+  [[nodiscard]] std::uint64_t payload() const { return _payload; }
+  /// The number of the message that was its first piece.
+  [[nodiscard]] std::uint64_t firstNumber() const { return _firstNumber; }
+  [[nodiscard]] std::uint32_t nextIndex() const { return static_cast<std::uint32_t>(_pieces); }
+  [[nodiscard]] std::uint64_t pieces() const { return _pieces; }
+  [[nodiscard]] std::uint64_t bytes() const { return _buffer->size(); }
+  /// When the newest piece came.
+  [[nodiscard]] TimePoint heard() const { return _last.arrival; }
+  void excuse(Clock::duration time) { _last.arrival += time; }
+  /// The memory that it takes, by estimate: bytes, pieces, and what there is to it besides.
+  [[nodiscard]] std::uint64_t cost() const {
+    return bytes() + pieceCost * _pieces + _attributesCost + payloadCost;
+  }
+
+ private:
+  static constexpr std::uint64_t pieceCost = 128;
+  static constexpr std::uint64_t payloadCost = 1024;
+
+  const std::uint64_t _payload;
+  const std::uint64_t _firstNumber;
+  std::shared_ptr<PayloadBuffer> _buffer = SpareBuffers::shared().make();
+  std::vector<std::unique_ptr<Receipt>> _receipts;
+  std::uint64_t _pieces = 0;
+  std::uint64_t _attributesCost = 0;  // of the newest piece
+  Frame _last;                        // without its bytes
+};
+
+}  // namespace kestrel::streams

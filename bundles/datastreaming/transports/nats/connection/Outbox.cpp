@@ -1,0 +1,207 @@
+#include "transports/nats/connection/Outbox.hpp"
+
+#include <iterator>
+#include <map>
+#include <utility>
+
+namespace kestrel::streams {
+
+namespace {
+
+constexpr int senderRounds = 16;  // writes, with what others posted, that one sender may be kept for
+
+std::string refusal(natsStatus status) {
+  return "the NATS client refused it: " + describe(status);
+}
+
+/// Whether it was not refused for what it is; the next session may take it.
+bool foundConnectionLost(natsStatus status) {
+  return status == NATS_INSUFFICIENT_BUFFER || status == NATS_CONNECTION_CLOSED ||
+         status == NATS_CONNECTION_DISCONNECTED;
+}
+
+}  // namespace
+
+std::optional<std::string> Outbox::post(Post post) {
+  Failed others;
+  std::optional<std::string> refused;
+  {
+    const callbacks::MutexLock lock(_mutex);
+    if (_closed) return _closed;
+    if (obsolete(post)) return "the connection was lost";
+    const bool loopWrites = _session && _session->loopWrites();
+    if (_pumping || loopWrites || !_waiting.empty() || !takesMore()) return enqueue(std::move(post));
+    refused = writeNow(std::move(post), others);
+  }
+  report(others);
+  return refused;
+}
+
+std::optional<std::string> Outbox::enqueue(Post post) {
+  if (_waitingBytes + post.cost > _limit) {
+    return "it takes " + std::to_string(post.cost) + " bytes, and of the " + std::to_string(_limit) +
+           " bytes that may wait for the connection " + std::to_string(_waitingBytes) + " are taken" +
+           (_session ? "" : "; " + _away);
+  }
+  _waitingBytes += post.cost;
+  _waiting.push_back(std::move(post));
+  if (!_pumping && _session && _session->loopWrites()) _session->wake();
+  return std::nullopt;
+}
+
+std::optional<std::string> Outbox::writeNow(Post post, Failed& others) {
+  Session& session = *_session;
+  _pumping = true;
+  const natsStatus status = publish(session, post);
+  std::optional<std::string> refused;
+  if (foundConnectionLost(status)) {
+    putBack(std::move(post));
+  } else if (status != NATS_OK) {
+    refused = refusal(status);
+  }
+  others = drain(session, senderRounds);
+  return refused;
+}
+
+void Outbox::putBack(Post post) {
+  _waitingBytes += post.cost;
+  _waiting.push_front(std::move(post));
+}
+
+void Outbox::flush() {
+  if (_busyUntil.exchange(0) == 0) return;
+  Failed failed;
+  {
+    const callbacks::MutexLock lock(_mutex);
+    if (!_session || _pumping || _session->loopWrites()) return;
+    _pumping = true;
+    failed = drain(*_session, senderRounds);
+  }
+  report(failed);
+}
+
+void Outbox::pump() {
+  Failed failed;
+  {
+    const callbacks::MutexLock lock(_mutex);
+    if (!_session) return;
+    // Whoever pumps now may have seen the state from before the event that this call is about.
+    _pumpAgain = _pumping;
+    if (_pumping) return;
+    _pumping = true;
+    failed = drain(*_session, 0);
+  }
+  report(failed);
+}
+
+Outbox::Failed Outbox::drain(Session& session, int rounds) {
+  const bool onLoop = rounds == 0;
+  bool more = false;
+  Failed failed;
+  do {
+    _pumpAgain = false;
+    appendWaiting(session, failed);
+    write(session, onLoop);
+    more = _pumpAgain || (!_waiting.empty() && takesMore());
+  } while (more && (onLoop || --rounds > 0));
+  if (more) session.wake();
+  _pumping = false;
+  _pumped.notify_all();
+  return failed;
+}
+
+void Outbox::appendWaiting(Session& session, Failed& failed) {
+  while (!_waiting.empty() && takesMore()) {
+    Post post = std::move(_waiting.front());
+    _waiting.pop_front();
+    _waitingBytes -= post.cost;
+    if (obsolete(post)) continue;
+    const natsStatus status = publish(session, post);
+    if (status == NATS_OK) continue;
+    if (foundConnectionLost(status)) return putBack(std::move(post));
+    failed.why = refusal(status);
+    failed.posts.push_back(std::move(post));
+  }
+}
+
+/// Unless more is expected to be written with it.
+void Outbox::write(Session& session, bool onLoop) {
+  const bool hold = !onLoop && holdsBack(session);
+  _mutex.unlock();
+  // What the socket did not take is for the loop, which looks by itself after its own turn, but may not know
+  // yet after that of another thread.
+  if (hold) {
+    session.wakeLater();
+  } else if (!session.flush() && !onLoop) {
+    session.wake();
+  }
+  _mutex.lock();
+}
+
+void Outbox::open(std::shared_ptr<Session> session) {
+  const callbacks::MutexLock lock(_mutex);
+  _session = std::move(session);
+  _session->wake();
+}
+
+void Outbox::suspend(const std::string& why) {
+  callbacks::UniqueLock lock(_mutex);
+  _away = why;
+  dropSession(lock);
+}
+
+void Outbox::dropSession(callbacks::UniqueLock& lock) {
+  const auto session = std::exchange(_session, nullptr);
+  _pumped.wait(lock.native(), [this]() KESTREL_REQUIRES(_mutex) { return !_pumping; });
+}
+
+void Outbox::close(const std::string& why) {
+  Failed dropped{{}, why};
+  {
+    callbacks::UniqueLock lock(_mutex);
+    if (_closed) return;
+    _closed = why;
+    dropSession(lock);
+    dropped.posts.assign(std::move_iterator(_waiting.begin()), std::move_iterator(_waiting.end()));
+    _waiting.clear();
+    _waitingBytes = 0;
+  }
+  report(dropped);
+}
+
+void Outbox::report(const Failed& failed) {
+  std::map<Poster*, std::vector<std::uint64_t>> tags;
+  for (const Post& post : failed.posts) {
+    if (post.poster) tags[post.poster.get()].push_back(post.tag);
+  }
+  for (const auto& [poster, theirs] : tags) poster->postsFailed(theirs, failed.why);
+}
+
+bool Outbox::empty() {
+  std::shared_ptr<Session> session;
+  {
+    const callbacks::MutexLock lock(_mutex);
+    if (_pumping || !_waiting.empty()) return false;
+    session = _session;
+  }
+  return !session || session->buffered() <= 0;
+}
+
+bool Outbox::takesMore() const {
+  return _session && _session->usable() && _session->buffered() < window;
+}
+
+bool Outbox::holdsBack(const Session& session) const {
+  const auto until = _busyUntil.load(std::memory_order_relaxed);
+  return until != 0 && _now().time_since_epoch().count() < until && session.buffered() < mostHeldBack;
+}
+
+natsStatus Outbox::publish(Session& session, const Post& post) {
+  _mutex.unlock();
+  if (post.poster) post.poster->posting(post.tag);
+  const natsStatus status = session.publish(*post.message);
+  _mutex.lock();
+  return status;
+}
+
+}  // namespace kestrel::streams

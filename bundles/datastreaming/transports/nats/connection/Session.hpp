@@ -1,0 +1,87 @@
+#pragma once
+
+#include <nats/nats.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stop_token>
+#include <string>
+
+#include "transports/nats/NatsHandles.hpp"
+#include "transports/nats/connection/NatsEndpoint.hpp"
+
+namespace kestrel::streams {
+
+/// What one session has received for one subject, in the order of coming in. Unsubscribes and gives back what
+/// was not taken when it is destroyed. Safe from any thread.
+class Feed {
+ public:
+  virtual ~Feed() = default;
+
+  /// Waits for a message, at most that long. NATS_OK and the message, then the caller's; NATS_TIMEOUT;
+  /// NATS_CONNECTION_CLOSED or NATS_INVALID_SUBSCRIPTION after the end; or what the client tells of a message
+  /// that it does not give.
+  [[nodiscard]] virtual natsStatus next(natsMsg** message, std::chrono::milliseconds wait) = 0;
+  /// How many messages can be taken at once.
+  [[nodiscard]] virtual std::uint64_t waiting() = 0;
+  /// How many were dropped since the beginning, for the limits.
+  [[nodiscard]] virtual std::uint64_t dropped() = 0;
+  /// Drops what waits and makes next() return, now and from now on.
+  virtual void end() = 0;
+};
+
+/// One connection to one server, from its making to its loss; it never comes back. The seam between what the
+/// connection decides (what to write, hold back, refuse, take up again) and the client with its socket: the
+/// one that is used is NatsSession. Safe from any thread.
+class Session {
+ public:
+  virtual ~Session() = default;
+
+  /// Tells it from all other sessions of the process; never 0, and later ones have higher numbers.
+  [[nodiscard]] virtual std::uint64_t number() const = 0;
+  /// Whether it has not been lost, as far as is known.
+  [[nodiscard]] virtual bool usable() const = 0;
+  /// The largest message, headers included, that the server takes.
+  [[nodiscard]] virtual std::uint64_t maxPayload() const = 0;
+  /// What the client has told of its loss; may be empty.
+  [[nodiscard]] virtual std::string failure() const = 0;
+  /// The client's own object, for requests that nothing here offers.
+  [[nodiscard]] virtual natsConnection* handle() const = 0;
+
+  /// Appends a message to what is to be written, without waiting. For one thread at a time, as flush().
+  [[nodiscard]] virtual natsStatus publish(natsMsg& message) = 0;
+  /// How many bytes have been appended and not gone to the system yet.
+  [[nodiscard]] virtual int buffered() const = 0;
+  /// Writes them as far as the socket takes them. Returns whether nothing is left for the loop to write.
+  virtual bool flush() = 0;
+  /// Whether only the loop may write.
+  [[nodiscard]] virtual bool loopWrites() const = 0;
+  /// Has the loop write soon, and ask for more.
+  virtual void wake() = 0;
+  /// The same after SocketLoop::heldBack; cheap when it was called before within that time.
+  virtual void wakeLater() = 0;
+
+  /// Subscribes; the server knows before it gets anything that is published afterwards. At most so much waits
+  /// to be taken. The feed holds the session. Throws std::runtime_error.
+  [[nodiscard]] virtual std::shared_ptr<Feed> subscribe(const std::string& subject, PendingLimits limits) = 0;
+  /// Ends its loop; nothing is read or written afterwards. Not on the loop's thread.
+  virtual void stop() = 0;
+};
+
+/// Learns of the loss of sessions. Called on a thread of the client, perhaps after the session's end.
+class LossListener {
+ public:
+  virtual ~LossListener() = default;
+  /// Must not wait. May come more than once for a session.
+  virtual void lost(std::uint64_t session) = 0;
+};
+
+/// Makes a session with one of the endpoint's servers; `writable` is called on its loop whenever more can be
+/// written. Throws std::runtime_error that names the endpoint and the cause.
+using SessionMaker = std::function<std::shared_ptr<Session>(
+    const NatsEndpoint& endpoint, const std::shared_ptr<LossListener>& listener,
+    const std::function<void()>& writable, const std::stop_token& stop)>;
+
+}  // namespace kestrel::streams

@@ -25,6 +25,8 @@ namespace remote_connectivity::asyncio::util {
 ///  - "msgSizeLimit" (unsigned long, bytes, 1000000): payloads of this size or more go in chunks.
 ///  - "masgSizeRate" (unsigned long, messages a second, 50): how many messages leave each second at most.
 /// A size limit of 0, or a rate of 0 with the buffer, is refused with std::invalid_argument.
+/// They are read when the producer is made: with the messenger, or, where that is created without a send
+/// stream, by the first send after setSendStreamId(), which throws in the creation's stead.
 class REMOTE_CONNECTIVITY_EXPORT DataStreamMessengerFactory : public IMessengerFactory {
  public:
   /// Installs and starts the streaming service's bundles from the host's installation path, finds the service

@@ -37,8 +37,8 @@ class REMOTE_CONNECTIVITY_EXPORT ReceiveDataHelper {
                           AttributeMap& attributes);
 
  private:
-  void passOn(const std::uint8_t* data, std::size_t size, const std::string& messageId,
-              AttributeMap& attributes);
+  REMOTE_CONNECTIVITY_LOCAL void passOn(const std::uint8_t* data, std::size_t size,
+                                        const std::string& messageId, AttributeMap& attributes);
 
   ReceiveCallback _callback;
   std::vector<std::uint8_t> _msgChunks;  // what has arrived of the payload in progress, else empty

@@ -63,12 +63,12 @@ class REMOTE_CONNECTIVITY_EXPORT SendDataHelper {
     std::function<std::chrono::system_clock::time_point()> now;
     std::function<void(std::chrono::nanoseconds)> sleep;
   };
-  SendDataHelper(const SendFunction& sendFunc, Clock clock);
+  REMOTE_CONNECTIVITY_LOCAL SendDataHelper(const SendFunction& sendFunc, Clock clock);
 
-  bool enter();
-  void leave();
-  bool waitForPeriod(std::chrono::nanoseconds elapsed);
-  void restartPeriod();
+  REMOTE_CONNECTIVITY_LOCAL bool enter();
+  REMOTE_CONNECTIVITY_LOCAL void leave();
+  REMOTE_CONNECTIVITY_LOCAL bool waitForPeriod(std::chrono::nanoseconds elapsed);
+  REMOTE_CONNECTIVITY_LOCAL void restartPeriod();
 
   SendFunction _sendFunc;
   std::chrono::system_clock::time_point

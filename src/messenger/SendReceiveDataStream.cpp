@@ -1,10 +1,10 @@
-#include "SendReceiveDataStream.hpp"
+#include "messenger/SendReceiveDataStream.hpp"
 
 #include <utility>
 
-#include "MessengerLog.hpp"
-#include "NewId.hpp"
 #include "kestrel/diagnostics/FatalReport.hpp"
+#include "messenger/MessengerLog.hpp"
+#include "messenger/NewId.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
@@ -73,7 +73,11 @@ void SendReceiveDataStream::shutDown() noexcept {
 
 /// The consumer goes before the producer, whose helpers go first of all.
 void SendReceiveDataStream::destroyEnds() noexcept {
-  const auto path = std::exchange(_sendPath, nullptr);
+  std::shared_ptr<SendPath> path;
+  {
+    const kestrel::callbacks::MutexLock lock(_sendPathMutex);
+    path.swap(_sendPath);
+  }
   _factory.reset();
   _receiveHelper.reset();
   if (path) {
@@ -91,7 +95,7 @@ std::string SendReceiveDataStream::getSendStreamId() {
 }
 
 void SendReceiveDataStream::setSendStreamId(const std::string& id) {
-  const std::lock_guard lock(_sendPathMutex);
+  const kestrel::callbacks::MutexLock lock(_sendPathMutex);
   _sendStreamId = id;
 }
 

@@ -7,7 +7,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "BriefMutex.hpp"
+#include "kestrel/callbacks/ThreadSafety.hpp"
+#include "messenger/BriefMutex.hpp"
 #include "remote_connectivity/asyncio/util/DataStruct.hpp"
 
 namespace remote_connectivity::asyncio::util {
@@ -41,13 +42,13 @@ class RequestTable {
   [[nodiscard]] std::size_t size() const;
 
  private:
-  void sweep(Time now);  // under _mutex
+  void sweep(Time now) KESTREL_REQUIRES(_mutex);
 
   const IdSource _idSource;
-  mutable BriefMutex _mutex;  // guards the members below
-  std::unordered_map<std::string, std::promise<DataStruct>> _pending;
-  std::deque<std::pair<Time, std::string>> _abandoned;  // oldest first
-  bool _broken = false;
+  mutable BriefMutex _mutex;
+  std::unordered_map<std::string, std::promise<DataStruct>> _pending KESTREL_GUARDED_BY(_mutex);
+  std::deque<std::pair<Time, std::string>> _abandoned KESTREL_GUARDED_BY(_mutex);  // oldest first
+  bool _broken KESTREL_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace remote_connectivity::asyncio::util

@@ -1,4 +1,4 @@
-#include "CommandUtilParsing.hpp"
+#include "commands/CommandUtilParsing.hpp"
 
 #include <kestreldata/TypedArray.hpp>
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "ServiceConfiguration.hpp"
+#include "factories/ServiceConfiguration.hpp"
 #include "kestrel/agentdirectory/AgentDirectoryService.hpp"
 #include "kestrel/framework/ServiceLookup.hpp"
 

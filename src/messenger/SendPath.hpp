@@ -2,11 +2,11 @@
 
 #include <memory>
 
-#include "Backlog.hpp"
-#include "MessengerOptions.hpp"
-#include "ProducerBuffer.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
+#include "messenger/Backlog.hpp"
+#include "messenger/MessengerOptions.hpp"
 #include "remote_connectivity/asyncio/util/SendDataHelper.hpp"
+#include "transfer/ProducerBuffer.hpp"
 
 namespace remote_connectivity::asyncio::util {
 

@@ -1,4 +1,4 @@
-#include "MessengerOptions.hpp"
+#include "messenger/MessengerOptions.hpp"
 
 #include <algorithm>
 #include <array>
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "Constants.hpp"
-#include "MessengerLog.hpp"
+#include "messenger/MessengerLog.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
@@ -34,6 +34,7 @@ std::string nameOf(const std::type_info& type) {
 class WrongOptionType final : public std::bad_any_cast {
  public:
   WrongOptionType(const std::string& key, const std::type_info& expected, const std::type_info& came)
+      // NOLINTNEXTLINE(bugprone-throw-keyword-missing): a member, not an exception that was forgotten
       : _text("Option \"" + key + "\" must hold " + nameOf(expected) + ", but holds " + nameOf(came) + ".") {}
   [[nodiscard]] const char* what() const noexcept override { return _text.what(); }
 

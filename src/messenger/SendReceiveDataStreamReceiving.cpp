@@ -6,8 +6,8 @@
 #include <utility>
 #include <variant>
 
-#include "MessengerLog.hpp"
-#include "SendReceiveDataStream.hpp"
+#include "messenger/MessengerLog.hpp"
+#include "messenger/SendReceiveDataStream.hpp"
 
 namespace remote_connectivity::asyncio::util {
 

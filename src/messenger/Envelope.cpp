@@ -1,4 +1,4 @@
-#include "Envelope.hpp"
+#include "messenger/Envelope.hpp"
 
 #include <kestreldata/TypedArray.hpp>
 

@@ -1,5 +1,5 @@
-#include "CommandUtilParsing.hpp"
 #include "Constants.hpp"
+#include "commands/CommandUtilParsing.hpp"
 #include "remote_connectivity/asyncio/util/CommandUtil.hpp"
 
 namespace remote_connectivity::asyncio::util {

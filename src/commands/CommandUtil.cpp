@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "CommandUtilParsing.hpp"
+#include "commands/CommandUtilParsing.hpp"
 #include "kestrel/diagnostics/Logger.hpp"
 #include "remote_connectivity/asyncio/util/KDAHelper.hpp"
 

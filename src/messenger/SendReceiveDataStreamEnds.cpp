@@ -3,10 +3,10 @@
 #include <future>
 #include <utility>
 
-#include "MessengerLog.hpp"
-#include "SendReceiveDataStream.hpp"
 #include "kestrel/framework/ServiceLookup.hpp"
 #include "kestrel/threadpool/ThreadPool.hpp"
+#include "messenger/MessengerLog.hpp"
+#include "messenger/SendReceiveDataStream.hpp"
 
 namespace remote_connectivity::asyncio::util {
 

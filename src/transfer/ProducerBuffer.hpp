@@ -8,11 +8,11 @@
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "kestrel/threadpool/ScheduledTaskSubmitter.hpp"
 #include "remote_connectivity/asyncio/util/DataStruct.hpp"
 
@@ -51,12 +51,12 @@ class ProducerBuffer {
   std::size_t append(const std::uint8_t* data, std::size_t size, AttributeMap&& attributes);
 
   SendHandler _sendHandler;
-  std::size_t _msgSizeLimit;
+  [[maybe_unused]] std::size_t _msgSizeLimit;  // the handler applies it
   std::shared_ptr<kestrel::threadpool::ThreadPool> _threadPool;
   std::unique_ptr<kestrel::threadpool::ScheduledTaskSubmitter> _dataSendScheduler;
-  kestrel::threadpool::stop_source _dataSendSchedulerStopSrc;  // guard: _dataSendQueueMutex
-  std::deque<Element> _dataSendQueue;                          // guard: _dataSendQueueMutex
-  std::mutex _dataSendQueueMutex;
+  kestrel::threadpool::stop_source _dataSendSchedulerStopSrc KESTREL_GUARDED_BY(_dataSendQueueMutex);
+  std::deque<Element> _dataSendQueue KESTREL_GUARDED_BY(_dataSendQueueMutex);
+  kestrel::callbacks::Mutex _dataSendQueueMutex;
   std::condition_variable _dataSendQueueCv;
 };
 

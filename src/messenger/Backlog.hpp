@@ -3,7 +3,8 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
@@ -21,20 +22,20 @@ class Backlog {
   template <class Function>
   [[nodiscard]] bool awaitRoom(std::uint64_t limit, Function&& beforeWaiting) {
     const auto most = static_cast<std::int64_t>(limit);
-    std::unique_lock lock(_mutex);
+    kestrel::callbacks::UniqueLock lock(_mutex);
     if (_bytes <= most / 2) _told = false;
     if (_bytes > most && !_released && !_told) {
       _told = true;
       beforeWaiting(_bytes);
     }
-    _changed.wait(lock, [&] { return _bytes <= most || _released; });
+    _changed.wait(lock.native(), [&]() KESTREL_REQUIRES(_mutex) { return _bytes <= most || _released; });
     return !_released;
   }
 
   /// Ends every wait, now and later.
   void release() {
     {
-      const std::lock_guard lock(_mutex);
+      const kestrel::callbacks::MutexLock lock(_mutex);
       _released = true;
     }
     _changed.notify_all();
@@ -43,17 +44,18 @@ class Backlog {
  private:
   void change(std::int64_t bytes) {
     {
-      const std::lock_guard lock(_mutex);
+      const kestrel::callbacks::MutexLock lock(_mutex);
       _bytes += bytes;
     }
     if (bytes < 0) _changed.notify_all();
   }
 
-  std::mutex _mutex;  // guards the members below
+  kestrel::callbacks::Mutex _mutex;
   std::condition_variable _changed;
-  std::int64_t _bytes = 0;  // below 0 for a moment where a message leaves before it was added
-  bool _told = false;
-  bool _released = false;
+  // Below 0 for a moment where a message leaves before it was added.
+  std::int64_t _bytes KESTREL_GUARDED_BY(_mutex) = 0;
+  bool _told KESTREL_GUARDED_BY(_mutex) = false;
+  bool _released KESTREL_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace remote_connectivity::asyncio::util

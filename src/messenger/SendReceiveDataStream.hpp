@@ -4,17 +4,17 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
 
-#include "Envelope.hpp"
-#include "HandlerSlot.hpp"
-#include "RequestTable.hpp"
-#include "SendPath.hpp"
 #include "kestrel/callbacks/CallbackGate.hpp"
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
+#include "messenger/Envelope.hpp"
+#include "messenger/HandlerSlot.hpp"
+#include "messenger/RequestTable.hpp"
+#include "messenger/SendPath.hpp"
 #include "remote_connectivity/asyncio/util/ISendReceiveMessenger.hpp"
 #include "remote_connectivity/asyncio/util/KDAHelper.hpp"
 #include "remote_connectivity/asyncio/util/ReceiveDataHelper.hpp"
@@ -113,18 +113,19 @@ class SendReceiveDataStream : public ISendReceiveMessenger {
   HandlerSlot<DataStruct(const DataStruct&)> _requestHandler;
   std::shared_ptr<kestrel::datastreaming::Stream> _receiveStream;  // set by the constructor only
   std::shared_ptr<kestrel::datastreaming::Consumer> _consumer;     // set by the constructor only
-  std::shared_ptr<SendPath> _sendPath;                             // guard: _sendPathMutex
-  std::unique_ptr<ReceiveDataHelper> _receiveHelper;               // used by the delivery thread only
-  std::string _sendStreamId;                                       // guard: _sendPathMutex
+  std::shared_ptr<SendPath> _sendPath KESTREL_GUARDED_BY(_sendPathMutex);
+  std::unique_ptr<ReceiveDataHelper> _receiveHelper;  // used by the delivery thread only
+  std::string _sendStreamId KESTREL_GUARDED_BY(_sendPathMutex);
   const std::string _receiveStreamId;
   std::shared_ptr<StreamsFactory> _factory;  // set by the constructor only
   RequestTable _requests;
   KDAHelper _kdaHelper;        // complete once constructed, then safe for several threads
   EnvelopeBuilder _envelopes;  // uses the helper's factory
   const Options _options;
-  std::mutex _sendPathMutex;
-  std::mutex _createProducerMutex;  // held while a producer is made; comes before _sendPathMutex
-  Reception _reception;             // used by the delivery thread only
+  kestrel::callbacks::Mutex _sendPathMutex;
+  // Held while a producer is made; comes before _sendPathMutex.
+  kestrel::callbacks::Mutex _createProducerMutex;
+  Reception _reception;                            // used by the delivery thread only
   std::atomic<std::thread::id> _deliveryThread{};  // the thread inside a handler, if any
   std::shared_ptr<kestrel::callbacks::CallbackGate> _gate =
       std::make_shared<kestrel::callbacks::CallbackGate>();

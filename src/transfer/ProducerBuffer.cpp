@@ -1,4 +1,4 @@
-#include "ProducerBuffer.hpp"
+#include "transfer/ProducerBuffer.hpp"
 
 #include "kestrel/diagnostics/FunctionTrace.hpp"
 #include "kestrel/diagnostics/Logger.hpp"
@@ -25,15 +25,15 @@ ProducerBuffer::ProducerBuffer(const SendHandler& sendHandler, std::size_t msgSi
   _dataSendScheduler = std::make_unique<kestrel::threadpool::ScheduledTaskSubmitter>(_threadPool);
   logger.log(Severity::setup, "starting periodic work with interval: ", interval.count());
   // The first run may begin before postWork() returns; the lock holds it until the stop source is in place.
-  const std::lock_guard lock(_dataSendQueueMutex);
+  const kestrel::callbacks::MutexLock lock(_dataSendQueueMutex);
   _dataSendSchedulerStopSrc =
-      _dataSendScheduler->postWork([this](stop_token) { processSendQueue(); }, interval, true);
+      _dataSendScheduler->postWork([this](const stop_token&) { processSendQueue(); }, interval, true);
 }
 
 ProducerBuffer::~ProducerBuffer() {
   {
     // Under the lock, so that a run cannot miss it between looking at the source and going to sleep.
-    const std::lock_guard lock(_dataSendQueueMutex);
+    const kestrel::callbacks::MutexLock lock(_dataSendQueueMutex);
     _dataSendSchedulerStopSrc.request_stop();
     _dataSendQueueCv.notify_one();
   }
@@ -53,15 +53,16 @@ std::size_t ProducerBuffer::enqueueAndCount(const std::uint8_t* data, std::size_
 std::size_t ProducerBuffer::append(const std::uint8_t* data, std::size_t size, AttributeMap&& attributes) {
   Element element(std::vector<std::uint8_t>(data, data + size), std::move(attributes));
   attributes.clear();
-  const std::lock_guard lock(_dataSendQueueMutex);
+  const kestrel::callbacks::MutexLock lock(_dataSendQueueMutex);
   _dataSendQueue.push_back(std::move(element));
   return _dataSendQueue.size();
 }
 
 void ProducerBuffer::processSendQueue() {
-  std::unique_lock lock(_dataSendQueueMutex);
-  _dataSendQueueCv.wait(
-      lock, [this] { return !_dataSendQueue.empty() || _dataSendSchedulerStopSrc.stop_requested(); });
+  kestrel::callbacks::UniqueLock lock(_dataSendQueueMutex);
+  _dataSendQueueCv.wait(lock.native(), [this]() KESTREL_REQUIRES(_dataSendQueueMutex) {
+    return !_dataSendQueue.empty() || _dataSendSchedulerStopSrc.stop_requested();
+  });
   const std::size_t length = _dataSendQueue.size();
   const bool stopRequested = _dataSendSchedulerStopSrc.stop_requested();
   lock.unlock();

@@ -1,7 +1,7 @@
 #include <utility>
 
-#include "CommandUtilParsing.hpp"
 #include "Constants.hpp"
+#include "commands/CommandUtilParsing.hpp"
 #include "remote_connectivity/asyncio/util/CommandUtil.hpp"
 #include "remote_connectivity/asyncio/util/KDAHelper.hpp"
 

@@ -4,8 +4,9 @@
 #include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
@@ -19,7 +20,7 @@ class HandlerSlot {
   void set(Handler handler) {
     auto replacement = std::make_shared<const Handler>(std::move(handler));
     {
-      const std::lock_guard lock(_mutex);
+      const kestrel::callbacks::MutexLock lock(_mutex);
       _handler.swap(replacement);
     }
     _changed.notify_all();
@@ -27,19 +28,19 @@ class HandlerSlot {
 
   /// The handler, which may be empty; never a null pointer.
   [[nodiscard]] std::shared_ptr<const Handler> get() const {
-    const std::lock_guard lock(_mutex);
+    const kestrel::callbacks::MutexLock lock(_mutex);
     return _handler;
   }
 
   /// The handler as soon as one is set; what there is once the time given up at has come or release() was
   /// called. Until giveUpAt() has been called it waits however long it takes.
   [[nodiscard]] std::shared_ptr<const Handler> awaited() const {
-    std::unique_lock lock(_mutex);
+    kestrel::callbacks::UniqueLock lock(_mutex);
     while (!*_handler && !_released && Clock::now() < _giveUpAt) {
       if (_giveUpAt == Clock::time_point::max()) {
-        _changed.wait(lock);
+        _changed.wait(lock.native());
       } else {
-        _changed.wait_until(lock, _giveUpAt);
+        _changed.wait_until(lock.native(), _giveUpAt);
       }
     }
     return _handler;
@@ -48,7 +49,7 @@ class HandlerSlot {
   /// Sets the time at which waits end, also those that are under way.
   void giveUpAt(std::chrono::steady_clock::time_point time) {
     {
-      const std::lock_guard lock(_mutex);
+      const kestrel::callbacks::MutexLock lock(_mutex);
       _giveUpAt = time;
     }
     _changed.notify_all();
@@ -57,7 +58,7 @@ class HandlerSlot {
   /// Ends every wait, now and later.
   void release() {
     {
-      const std::lock_guard lock(_mutex);
+      const kestrel::callbacks::MutexLock lock(_mutex);
       _released = true;
     }
     _changed.notify_all();
@@ -66,11 +67,11 @@ class HandlerSlot {
  private:
   using Clock = std::chrono::steady_clock;
 
-  mutable std::mutex _mutex;  // guards the members below
+  mutable kestrel::callbacks::Mutex _mutex;
   mutable std::condition_variable _changed;
-  std::shared_ptr<const Handler> _handler = std::make_shared<const Handler>();
-  Clock::time_point _giveUpAt = Clock::time_point::max();
-  bool _released = false;
+  std::shared_ptr<const Handler> _handler KESTREL_GUARDED_BY(_mutex) = std::make_shared<const Handler>();
+  Clock::time_point _giveUpAt KESTREL_GUARDED_BY(_mutex) = Clock::time_point::max();
+  bool _released KESTREL_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace remote_connectivity::asyncio::util

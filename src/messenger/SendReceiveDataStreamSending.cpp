@@ -1,9 +1,9 @@
 // How a messenger sends, and how it waits for the responses to its requests.
 #include <utility>
 
-#include "MessengerLog.hpp"
-#include "SendReceiveDataStream.hpp"
 #include "kestrel/interrupt/UserInterruptFacility.hpp"
+#include "messenger/MessengerLog.hpp"
+#include "messenger/SendReceiveDataStream.hpp"
 #include "remote_connectivity/asyncio/util/MessengerException.hpp"
 
 namespace remote_connectivity::asyncio::util {
@@ -87,7 +87,7 @@ void SendReceiveDataStream::privateSend(const kestreldata::Array& envelope, Attr
   }
   const auto bytes = _kdaHelper.kdaToProtobufBytes(envelope);
   if (messengerLog().enabled(Severity::trace)) {
-    const std::lock_guard lock(_sendPathMutex);
+    const kestrel::callbacks::MutexLock lock(_sendPathMutex);
     messengerLog().log(Severity::trace, "SendReceiveDataStream::privateSend attempting send on stream ",
                        _sendStreamId);
   }
@@ -101,23 +101,23 @@ void SendReceiveDataStream::privateSend(const kestreldata::Array& envelope, Attr
 }
 
 std::shared_ptr<SendPath> SendReceiveDataStream::sendPath() {
-  const std::lock_guard lock(_sendPathMutex);
+  const kestrel::callbacks::MutexLock lock(_sendPathMutex);
   return _sendPath;
 }
 
 /// Makes the producer that the first send needs; empty without a stream identifier.
 std::shared_ptr<SendPath> SendReceiveDataStream::lateSendPath() {
-  const std::lock_guard creating(_createProducerMutex);
+  const kestrel::callbacks::MutexLock creating(_createProducerMutex);
   if (auto path = sendPath()) return path;  // another thread was first
   std::string streamId;
   {
-    const std::lock_guard lock(_sendPathMutex);
+    const kestrel::callbacks::MutexLock lock(_sendPathMutex);
     streamId = _sendStreamId;
   }
   if (streamId.empty()) return nullptr;
   messengerLog().log(Severity::setup, "SendReceiveDataStream::privateSend late producer init");
   auto path = createProducer(streamId);
-  const std::lock_guard lock(_sendPathMutex);
+  const kestrel::callbacks::MutexLock lock(_sendPathMutex);
   _sendPath = path;
   return path;
 }

@@ -4,15 +4,15 @@
 #include <utility>
 
 #include "Constants.hpp"
-#include "MessengerLog.hpp"
-#include "NewId.hpp"
-#include "SendReceiveDataStream.hpp"
-#include "ServiceConfiguration.hpp"
+#include "factories/ServiceConfiguration.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
 #include "kestrel/framework/Framework.hpp"
 #include "kestrel/framework/InstallAndStart.hpp"
 #include "kestrel/framework/InstallPath.hpp"
 #include "kestrel/framework/ServiceLookup.hpp"
+#include "messenger/MessengerLog.hpp"
+#include "messenger/NewId.hpp"
+#include "messenger/SendReceiveDataStream.hpp"
 
 namespace remote_connectivity::asyncio::util {
 

@@ -24,6 +24,19 @@ forbid platform/datastreaming/include/kestrel/datastreaming/Statistics.hpp "kest
 forbid src "transports|bundles|nats" "the library finds its streams at run time"
 forbid platform "remote_connectivity|transports" "the platform does not know the library"
 forbid bundles "remote_connectivity|kestreldata|kestrel/(framework|host|threadpool)" "bundles know platform interfaces only"
+
+# Rooms that must not know each other.
+streams=bundles/datastreaming
+forbid $streams/sequencing "(delivery|transports|src)/" "decides on stamps and pieces alone"
+forbid $streams/delivery "(transports|src)/" "serves any transport"
+forbid $streams/transports/memory "transports/nats/" "transports do not know each other"
+forbid $streams/transports/nats/wire "transports/nats/(connection|live|durable)/" "formats know no connection"
+forbid $streams/transports/nats/connection "transports/nats/(live|durable)/" "a connection carries any stream"
+forbid $streams/transports/nats/live "transports/nats/durable/" "live streams need no store"
+forbid $streams/transports/nats/durable "transports/nats/live/" "durable streams stand alone"
+forbid src/commands "(messenger|transfer|factories)/" "commands are stateless"
+forbid src/transfer "(messenger|factories|commands)/" "knows payloads, not messages"
+
 for folder in kestreldata diagnostics; do
   forbid "platform/$folder" "kestrel/(framework|host|threadpool|crypto|interrupt|datastreaming|agentdirectory)" "stands alone"
 done
@@ -34,4 +47,18 @@ done
 for folder in examples tools; do
   [ -d $folder ] && forbid $folder "\.\./|[A-Z][A-Za-z]*Stream\.hpp|($third_party)/.*(detail|impl)/" "uses installed headers only"
 done
+
+# Every header and what it includes of ours, one pair a line: no way may lead back.
+pairs() {
+  local root
+  for root in include src bundles/datastreaming platform/*/include; do
+    find "$root" -name '*.h*' -printf '%P\n' | while read -r header; do
+      sed -n 's|^#include ["<]\(.*\.h[p]*\)[">].*|\1|p' "$root/$header" | sed "s|^|$header |"
+    done
+  done
+}
+if ! loop=$(pairs | tsort 2>&1 >/dev/null); then
+  printf 'headers include each other:\n%s\n' "$loop"
+  failed=1
+fi
 exit $failed

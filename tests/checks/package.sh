@@ -12,7 +12,7 @@ cmake --install "$build" --prefix "$tree/package" >"$tree/log" || { cat "$tree/l
 [ ! -e "$tree/package/include/cppmicroservices" ]
 cmake -S "$project" -B "$tree/build" -DCMAKE_PREFIX_PATH="$tree/package" "$@" >"$tree/log" || { cat "$tree/log"; exit 1; }
 cmake --build "$tree/build" >"$tree/log" || { cat "$tree/log"; exit 1; }
-"$tree/build/package_user" "$tree/build/bin/osarch64/microservices/eps/platformservices/clock"
+"$tree/build/package_user" "$tree/build/bin/osarch64/microservices/eps/platformservices/greeting"
 cmake --install "$tree/build" --prefix "$tree/user" >"$tree/log"
 mv "$tree/build/package_user" "$tree/" && rm -rf "$tree/build"
-"$tree/package_user" "$tree/user/bin/osarch64/microservices/eps/platformservices/clock"
+"$tree/package_user" "$tree/user/bin/osarch64/microservices/eps/platformservices/greeting"

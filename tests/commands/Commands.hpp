@@ -1,36 +1,23 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <kestreldata/kestreldata.hpp>
-
 #include <concepts>
 #include <functional>
-#include <typeinfo>
 
+#include "../PrintArray.hpp"
 #include "remote_connectivity/asyncio/util/CommandUtil.hpp"
-
-namespace kestreldata {
-
-inline void PrintTo(const Array& array, std::ostream* out) {
-  *out << toString(array.getType()) << testing::PrintToString(array.getDimensions());
-  if (array.getType() == ArrayType::CELL)
-    for (const TypedArray<Array> cells(array); const Array& cell : cells) PrintTo(cell, &(*out << ' '));
-}
-
-}  // namespace kestreldata
 
 namespace remote_connectivity::asyncio::util {
 
 using kestreldata::Array;
 using C = CommandUtil;
 using E = RemoteAsyncIOError;
+inline constexpr E ok = E::NoError;
 using Numbers = std::vector<std::uint64_t>;
 
 inline const kestreldata::ArrayFactory factory;
 inline constexpr std::uint64_t noNumber = ~std::uint64_t{0};
-inline const Array noNumbers = factory.createArray<std::uint64_t>({0, 0});
-inline const Array noText = factory.createArray(kestreldata::ArrayType::STRING, {0, 0});
-inline const Array missingText = factory.createScalar(kestreldata::optional<kestreldata::String>());
+
+Array row(const auto&... values);
 
 /// A value as an array: a code is an unsigned 8-bit number, an integer an unsigned 64-bit one.
 struct Value : Array {
@@ -44,11 +31,7 @@ struct Value : Array {
       : Array(factory.createArray<std::uint64_t>({1, all.size()}, all.begin(), all.end())) {}
   template <class... Parts>
   Value(const std::tuple<Parts...>& parts)
-      : Array(std::apply(
-            [](const auto&... part) {
-              return cells({1, sizeof...(part)}, part...);
-            },
-            parts)) {}
+      : Array(std::apply([](const auto&... part) { return row(part...); }, parts)) {}
 
   static Array cells(const kestreldata::ArrayDimensions& dimensions, const auto&... values) {
     return factory.createCellArray(dimensions, std::vector<Array>{Value(values)...});
@@ -62,9 +45,8 @@ Array column(const auto&... values) {
   return Value::cells({sizeof...(values), 1}, values...);
 }
 
-/// What a parser gives that throws this.
-template <class Exception>
-const Value thrown = std::string_view(typeid(Exception).name());
+/// What a parser gives that throws.
+inline const Value thrown = std::string_view("thrown");
 
 /// Any operation that reads an array; gives its results as a row, or thrown.
 struct Parser {
@@ -73,8 +55,8 @@ struct Parser {
       : parse([=](C& commands, const Array& input) { return Value((commands.*operation)(input)); }) {}
   Array operator()(C& commands, const Array& input) const try {
     return parse(commands, input);
-  } catch (const kestreldata::Exception& error) {
-    return Value(std::string_view(typeid(error).name()));
+  } catch (const kestreldata::Exception&) {
+    return thrown;
   }
   std::function<Array(C&, const Array&)> parse;
 };

@@ -2,13 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <kestrel/datastreaming/Keys.hpp>
 #include <memory>
 #include <string>
 
 #include "../Eventually.hpp"
-#include "NatsCases.hpp"
+#include "NatsServer.hpp"
+#include "TransportSuite.hpp"
+#include "src/StreamsFactoryImpl.hpp"
 
 namespace kestrel::streams {
+
+/// A service instance whose endpoint is that URL.
+inline std::shared_ptr<datastreaming::StreamsFactory> natsFactory(const std::string& url,
+                                                                  const std::string& token = {}) {
+  using Config = datastreaming::DataSteamingConfig;
+  auto factory = std::make_shared<StreamsFactoryImpl>();
+  factory->configure({{Config::DATASTREAMING_SERIVCE_URL, url}, {Config::QXA_TOKEN, token}});
+  return factory;
+}
 
 /// A server of its own for each test.
 class NatsFaultsTest : public testing::Test {
@@ -25,9 +37,14 @@ class NatsFaultsTest : public testing::Test {
   std::unique_ptr<NatsServer> _server;
 };
 
+/// The same for each way of delivery.
+class NatsDeliveryTest : public NatsFaultsTest, public testing::WithParamInterface<std::string> {};
+
+/// The ends of a stream, and what its consumer got and was told.
 struct Ends {
   std::shared_ptr<datastreaming::StreamsFactory> factory;
   std::shared_ptr<datastreaming::Stream> stream = factory->getStream("faults", {});
+  Inbox inbox{}, errors{};
   std::shared_ptr<datastreaming::Producer> producer{};
   std::shared_ptr<datastreaming::Consumer> consumer{};
 
@@ -35,13 +52,21 @@ struct Ends {
     producer = factory->createProducer(stream, {{"producerACK", acknowledge}});
     producer->start().get();
   }
-  void startConsumer(datastreaming::DataCallback callback, datastreaming::ErrorCallback onError = {}) {
+  void startConsumer(datastreaming::DataCallback callback) {
     consumer = factory->createConsumer(stream);
-    consumer->setErrorCallback(std::move(onError));
+    consumer->setErrorCallback([this](const std::exception& error) { errors.add({error.what(), "", {}}); });
     consumer->setDataCallback(std::move(callback));
     consumer->start().get();
   }
+  /// Both.
+  void start(const std::string& acknowledge = "NO") {
+    startConsumer(inbox.callback());
+    startProducer(acknowledge);
+  }
   [[nodiscard]] datastreaming::StreamStatistics statistics() const { return factory->statistics().at(0); }
+  [[nodiscard]] testing::AssertionResult comesBack(std::uint64_t times = 1) const {
+    return eventually("the connection to come back", [&] { return statistics().reconnects >= times; });
+  }
 };
 
 inline std::string numbered(std::size_t number, std::size_t size) {

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 namespace kestrel::streams {
 
@@ -14,20 +13,18 @@ class NatsServer {
  public:
   /// What a server needs beyond the defaults.
   struct Options {
-    std::string token{};
     std::string certificate{};  ///< file; with it the server wants TLS
     std::string key{};
-    long maxPayload = 0;  ///< 0: the server's default
-    bool store = true;    ///< JetStream
+    std::string store{};  ///< further settings of JetStream
     std::string more{};   ///< further lines of the configuration
   };
 
   /// Why no server can be started here; empty if one can.
   static std::string unavailable();
 
-  NatsServer() : NatsServer(Options{}) {}
   /// Starts it and waits until it listens.
-  explicit NatsServer(Options options);
+  explicit NatsServer(Options given);
+  NatsServer() : NatsServer(Options{}) {}
   ~NatsServer();
   NatsServer(const NatsServer&) = delete;
   NatsServer& operator=(const NatsServer&) = delete;
@@ -43,19 +40,14 @@ class NatsServer {
   [[nodiscard]] int port() const { return _port; }
   [[nodiscard]] std::string address() const { return "127.0.0.1:" + std::to_string(_port); }
   [[nodiscard]] std::string url(const std::string& query = {}) const;
-  /// What the server has logged so far.
-  [[nodiscard]] std::string log() const;
   /// For files that belong to this server.
   [[nodiscard]] const std::filesystem::path& directory() const { return _directory; }
+  /// The text of one of them, and of its "log".
+  [[nodiscard]] std::string read(const std::string& file) const;
   /// For the starts to come.
   Options options;
 
  private:
-  void writeConfiguration();
-  void spawn();
-  [[nodiscard]] bool listens() const;
-  void readPort();
-
   std::filesystem::path _directory;
   int _port = -1;
   pid_t _process = -1;

@@ -1,37 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
-#include <kestrel/callbacks/CallbackGate.hpp>
-#include <kestrel/diagnostics/RecordObserver.hpp>
-#include <kestrel/diagnostics/SeveritySettings.hpp>
 
 #include "Waiting.hpp"
-#include "transports/memory/MemoryQueue.hpp"
-#include "transports/shared/ErrorOutlet.hpp"
-#include "transports/shared/ProducerStamper.hpp"
+#include "delivery/ErrorReporter.hpp"
+#include "sequencing/ProducerStamper.hpp"
 
 namespace kestrel::streams {
 namespace {
-
-TEST(CallbackGate, ClosingWaitsForTheCallbackInFlight) {
-  callbacks::CallbackGate gate;
-  Door inside, leave;
-  bool left = false;  // unguarded, so that it may be read only if close() waited
-  auto running = std::async(std::launch::async, [&] {
-    gate.run([&] {
-      inside.open();
-      leave.pass("leave to go on");
-      left = true;
-    });
-  });
-  inside.pass("the callback to run");
-  auto closing = std::async(std::launch::async, [&] { gate.close(); });
-  EXPECT_EQ(closing.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-  leave.open();
-  closing.get();
-  EXPECT_TRUE(left);
-  EXPECT_FALSE(gate.run([] {}));
-}
 
 TEST(ErrorReporter, DropsTasksPastItsBound) {
   Door busy, go;
@@ -47,60 +23,6 @@ TEST(ErrorReporter, DropsTasksPastItsBound) {
     go.open();
   }  // which waits for the tasks that were taken
   EXPECT_EQ(ran, 3);
-}
-
-TEST(ErrorReporter, MayBeDestroyedByItsOwnTask) {
-  auto reporter = std::make_shared<ErrorReporter>();
-  Door gone;
-  reporter->post([&] {
-    reporter.reset();
-    gone.open();
-  });
-  gone.pass("the reporter to be destroyed on its own thread");
-}
-
-TEST(ErrorOutlet, CallbackThatThrowsDoesNotEndTheReporting) {
-  auto context = std::make_shared<StreamContext>("", std::make_shared<ErrorReporter>());
-  auto outlet = std::make_shared<ErrorOutlet>(context);
-  Door second;
-  outlet->setCallback([&](const std::exception& error) {
-    if (std::string(error.what()).find("two") != std::string::npos) second.open();
-    throw std::runtime_error("from the callback");
-  });
-  outlet->report("one");
-  outlet->report("two");
-  second.pass("the second report");
-  outlet->close();
-}
-
-TEST(ErrorOutlet, LogsWhatNoCallbackTakesAndNothingElse) {
-  std::vector<std::string> lines;
-  const diagnostics::RecordObserver log([&](const diagnostics::Record& record) {
-    if (record.channel == "kestrel::datastreaming") lines.emplace_back(record.text);
-  });
-  diagnostics::setStandardErrorOutput(false);
-  {
-    const auto context = std::make_shared<StreamContext>("s", std::make_shared<ErrorReporter>());
-    ErrorOutlet unheard(context), taken(context), failing(context), closed(context);
-    taken.setCallback([](const std::exception&) {});
-    failing.setCallback([](const std::exception&) { throw std::runtime_error("no"); });
-    closed.close();
-    for (auto* const outlet : {&unheard, &taken, &failing, &closed}) outlet->report("lost");
-  }  // the reporter ends when everything is reported
-  diagnostics::setStandardErrorOutput(true);
-  EXPECT_EQ(lines,
-            (std::vector<std::string>{"stream 's': lost", "stream 's': lost (an error callback failed: no)",
-                                      "stream 's': lost"}));
-}
-
-TEST(MemoryQueue, CountsBytesUntilTheEntriesAreGoneNotUntilTheyAreTaken) {
-  MemoryQueue queue(1000);
-  queue.push(std::make_shared<MemoryMessage>(Stamp{}, nullptr, 0, datastreaming::AttributeMap{}), 300);
-  std::vector<MemoryQueue::Entry> batch;
-  ASSERT_TRUE(queue.take(batch, {}));
-  EXPECT_EQ(queue.budget().used(), 300U);
-  batch.clear();
-  EXPECT_EQ(queue.budget().used(), 0U);
 }
 
 /// The fates of a producer's messages: plain ones 'm', pieces 'p', last pieces 'l', faulty ones 'f', of which

@@ -6,34 +6,27 @@
 #include <kestrel/datastreaming/StreamsFactory.hpp>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "../Eventually.hpp"
 #include "Waiting.hpp"
 
 namespace kestrel::streams {
 
 /// One transport under test. A new one is made for each test.
-class TransportFixture {
- public:
-  virtual ~TransportFixture() = default;
-
-  /// Why the transport cannot be tested here; empty if it can.
-  [[nodiscard]] virtual std::string unavailable() const { return {}; }
-
-  /// A service instance over the transport; those of one fixture meet in the same named streams.
-  virtual std::shared_ptr<datastreaming::StreamsFactory> makeFactory() = 0;
+struct TransportUnderTest {
+  std::shared_ptr<void> owner;                             ///< of what the transport is over
+  std::shared_ptr<datastreaming::StreamsFactory> factory;  ///< empty if it cannot be tested here
 };
 
 /// A transport, and where it differs from others.
 struct TransportCase {
   const char* name;
-  /// Makes the fixture with a bound for what waits for one consumer, in bytes.
-  std::function<std::unique_ptr<TransportFixture>(std::uint64_t queueLimit)> make;
+  /// Makes it, with a bound for what waits for one consumer, in bytes.
+  std::function<TransportUnderTest(std::uint64_t queueLimit)> make;
   bool broadcasts = true;             ///< each consumer gets every message; else a second one is refused
-  bool keepsBacklog = true;           ///< for a consumer that comes later
   bool acknowledgesWithId = true;     ///< else with the message's number in the store
   const char* mostForOne = "200000";  ///< bytes, as the refusal of a larger message says
 };
@@ -41,8 +34,6 @@ struct TransportCase {
 inline void PrintTo(const TransportCase& transport, std::ostream* out) {
   *out << transport.name;
 }
-
-using Bytes = std::vector<std::uint8_t>;
 
 /// A message as a consumer got it.
 struct Received {
@@ -63,20 +54,15 @@ class Inbox {
 
  private:
   mutable std::mutex _mutex;
-  std::condition_variable _changed;
   std::vector<Received> _messages;
 };
 
-/// Joins pieces in one buffer and trusts its stream, as the receiving side of a messenger does.
-class Joiner {
- public:
-  explicit Joiner(Inbox& inbox) : _inbox(inbox) {}
-  datastreaming::DataCallback callback();
-
- private:
-  Inbox& _inbox;
-  std::string _pieces;
-};
+std::shared_ptr<datastreaming::Producer> startProducer(datastreaming::StreamsFactory& factory,
+                                                       const std::shared_ptr<datastreaming::Stream>& stream,
+                                                       const std::string& acknowledge = "NO");
+std::shared_ptr<datastreaming::Consumer> startConsumer(datastreaming::StreamsFactory& factory,
+                                                       const std::shared_ptr<datastreaming::Stream>& stream,
+                                                       datastreaming::DataCallback callback);
 
 datastreaming::AttributeMap pieceAttributes(bool last);
 
@@ -90,26 +76,29 @@ std::string outcomeOf(const std::shared_future<std::string>& future);
 
 class TransportSuite : public testing::TestWithParam<TransportCase> {
  protected:
-  using Producer = std::shared_ptr<datastreaming::Producer>;
-  using Consumer = std::shared_ptr<datastreaming::Consumer>;
-  using Stream = std::shared_ptr<datastreaming::Stream>;
-
-  static constexpr std::uint64_t limit = 200'000;
-  static inline const std::string tooLarge = std::string(1'200'000, 'x');
-
   void SetUp() override {
-    if (const std::string why = _fixture->unavailable(); !why.empty()) GTEST_SKIP() << why;
+    if (!_factory) GTEST_SKIP() << "scripts/test installs what it needs";
   }
 
-  TransportSuite() : _fixture(GetParam().make(limit)), _factory(_fixture->makeFactory()) {}
-
-  Stream open(const std::string& id) { return _factory->getStream(id, {}); }
-  Producer startProducer(const Stream& stream, const std::string& acknowledge = "NO");
-  Consumer startConsumer(const Stream& stream, datastreaming::DataCallback callback);
+  auto open(const std::string& id) { return _factory->getStream(id, {}); }
+  auto producerOf(const std::string& id) { return startProducer(*_factory, open(id)); }
+  auto consumerOf(const std::string& id, datastreaming::DataCallback callback) {
+    return startConsumer(*_factory, open(id), std::move(callback));
+  }
+  /// Starts both ends of a stream.
+  void begin(const std::string& id = "s") {
+    _stream = open(id);
+    _consumer = startConsumer(*_factory, _stream, _inbox.callback());
+    _producer = startProducer(*_factory, _stream);
+  }
   [[nodiscard]] datastreaming::StreamStatistics statistics() const { return _factory->statistics().at(0); }
 
-  std::unique_ptr<TransportFixture> _fixture;
-  std::shared_ptr<datastreaming::StreamsFactory> _factory;
+  TransportUnderTest _transport = GetParam().make(200'000);
+  std::shared_ptr<datastreaming::StreamsFactory> _factory = std::move(_transport.factory);
+  Inbox _inbox;
+  std::shared_ptr<datastreaming::Stream> _stream;
+  std::shared_ptr<datastreaming::Producer> _producer;
+  std::shared_ptr<datastreaming::Consumer> _consumer;
 };
 
 }  // namespace kestrel::streams

@@ -1,36 +1,26 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <condition_variable>
+#include <atomic>
 #include <future>
-#include <mutex>
-#include <string>
+
+#include "../Eventually.hpp"
 
 namespace kestrel::streams {
 
 /// The longest that any test waits for something that must happen.
-inline constexpr std::chrono::seconds patience{30};
+inline constexpr std::chrono::seconds patience{60};
 
 /// A door that threads wait at until it is opened.
 class Door {
  public:
-  void open() {
-    const std::lock_guard lock(_mutex);
-    _open = true;
-    _changed.notify_all();
-  }
+  void open() { _open = true; }
   /// Fails the test, naming what was waited for, if nobody opens in time.
   void pass(const std::string& what) {
-    std::unique_lock lock(_mutex);
-    EXPECT_TRUE(_changed.wait_for(lock, patience, [this] { return _open; })) << "waited for: " << what;
+    EXPECT_TRUE(eventually(what, [this] { return _open.load(); }));
   }
 
  private:
-  std::mutex _mutex;
-  std::condition_variable _changed;
-  bool _open = false;
+  std::atomic<bool> _open = false;
 };
 
 /// Waits for a future; fails the test, naming what was waited for, if it is not ready in time.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cppmicroservices/Constants.h>
-#include <cppmicroservices/FrameworkEvent.h>
 #include <gmock/gmock.h>
 
 #include "bundles/Greeting.hpp"
@@ -12,36 +11,23 @@
 
 namespace kestrel::framework {
 
-constexpr auto invalidContext = "The bundle context is no longer valid";
-
 inline std::u16string bundleDirectory(const std::string& name) {
   return toWide(std::string(KESTREL_TEST_BUNDLES) + "/" + name);
 }
 
 /// Runs a framework that the process knows for as long as the test lasts.
-class FrameworkFixture : public testing::Test {
- protected:
+struct FrameworkFixture : testing::Test {
   [[nodiscard]] static cppmicroservices::BundleContext context() {
     return getFramework()->GetBundleContext();
   }
 
-  static auto greet(const std::string& text, const cppmicroservices::ServiceProperties& properties = {}) {
-    return context().RegisterService<Greeting>(std::make_shared<Greeting>(text), properties);
+  static auto greet(const std::string& text, int ranking = 0) {
+    return context().RegisterService<Greeting>(
+        std::make_shared<Greeting>(text),
+        {{cppmicroservices::Constants::SERVICE_RANKING, cppmicroservices::Any(ranking)}});
   }
 
-  static auto greet(const std::string& text, int ranking) {
-    return greet(text, {{cppmicroservices::Constants::SERVICE_RANKING, cppmicroservices::Any(ranking)}});
-  }
-
-  /// Stops the framework, which the process goes on to know.
-  static void stop() {
-    getFramework()->Stop();
-    EXPECT_EQ(getFramework()->WaitForStop(std::chrono::seconds(20)).GetType(),
-              cppmicroservices::FrameworkEvent::FRAMEWORK_STOPPED);
-  }
-
- private:
-  host::Host _host;
+  const host::Host host;
 };
 
 }  // namespace kestrel::framework

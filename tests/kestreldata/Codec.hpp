@@ -1,22 +1,12 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <kestreldata/SerializationContext.hpp>
-#include <kestreldata/kestreldata.hpp>
 
-#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <vector>
 
-namespace kestreldata {
-
-inline void PrintTo(const Array& array, std::ostream* out) {
-  *out << toString(array.getType());
-  for (const std::size_t size : array.getDimensions()) *out << ' ' << size;
-}
-
-}  // namespace kestreldata
+#include "../PrintArray.hpp"
 
 /// Arrays to bytes and back, as a user of the library does it.
 struct Codec {
@@ -37,20 +27,21 @@ struct Codec {
     return depth == 1 ? kestreldata::Array() : factory.createCellArray({1, 1}, nested(depth - 1));
   }
 
-  /// The result of parsing is ignored on purpose: torn bytes must be found out by the conversion.
   /// The same encoding with a filler before it, so long that it is walked over before it is parsed.
-  [[nodiscard]] static std::vector<std::uint8_t> enlarged(std::span<const std::uint8_t> bytes) {
-    constexpr std::uint8_t start[] = {5 << 3 | 2, 0x80, 0x80, 1};
-    std::vector<std::uint8_t> result(sizeof(start) + 16384 + bytes.size());
-    std::ranges::copy(start, result.begin());
-    std::ranges::copy_backward(bytes, result.end());
-    return result;
+  [[nodiscard]] static std::vector<std::uint8_t> enlarged(std::vector<std::uint8_t> bytes) {
+    bytes.insert(bytes.begin(), 16384, 0);
+    bytes.insert(bytes.begin(), {5 << 3 | 2, 0x80, 0x80, 1});
+    return bytes;
   }
 
-  [[nodiscard]] kestreldata::Array decode(std::span<const std::uint8_t> bytes) const {
-    context.checkEncoding(bytes.data(), bytes.size());
+  /// The result of parsing is ignored on purpose: torn bytes must be found out by the conversion.
+  [[nodiscard]] auto parsed(std::span<const std::uint8_t> bytes) const {
     auto message = context.createKESTREL_Array();
     static_cast<void>(message->ParseFromArray(bytes.data(), static_cast<int>(bytes.size())));
-    return context.convertFromProtobuf(std::move(message));
+    return message;
+  }
+  [[nodiscard]] kestreldata::Array decode(std::span<const std::uint8_t> bytes) const {
+    context.checkEncoding(bytes.data(), bytes.size());
+    return context.convertFromProtobuf(parsed(bytes));
   }
 };

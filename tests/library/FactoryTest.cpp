@@ -3,16 +3,28 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <set>
 
 #include "MessengerTest.hpp"
+#include "kestrel/agentdirectory/AgentDirectoryService.hpp"
 #include "kestrel/framework/Framework.hpp"
 #include "kestrel/host/Host.hpp"
+#include "remote_connectivity/asyncio/util/AgentDirectoryServiceFactory.hpp"
 #include "remote_connectivity/asyncio/util/DataStreamMessengerFactory.hpp"
 
 namespace library_test {
 
 using Texts = std::map<std::string, std::string>;
+
+Texts textsOf(const ds::ConfigurationMap& configuration) {
+  Texts result;
+  for (const auto& [key, value] : configuration) result[key] = std::any_cast<std::string>(value);
+  return result;
+}
+
+struct Directory : kestrel::agentdirectory::AgentDirectoryService {
+  void configure(const ds::ConfigurationMap& newest) override { configuration = newest; }
+  ds::ConfigurationMap configuration;
+};
 
 /// A host whose registry prefers a fake service to the one of the bundle.
 class FactoryTest : public MessengerTest {
@@ -21,82 +33,44 @@ class FactoryTest : public MessengerTest {
     auto context = kestrel::framework::getFramework()->GetBundleContext();
     (void)context.RegisterService<ds::StreamsFactory>(
         streams, {{cppmicroservices::Constants::SERVICE_RANKING, cppmicroservices::Any(100)}});
+    (void)context.RegisterService<kestrel::agentdirectory::AgentDirectoryService>(directory);
   }
-  Texts newestConfiguration() const {
-    Texts result;
-    if (streams->configurations.empty()) return result;
-    for (const auto& [key, value] : streams->configurations.back()) {
-      result[key] = std::any_cast<std::string>(value);
-    }
-    return result;
-  }
-
   const kestrel::host::Host host;
+  const std::shared_ptr<Directory> directory = std::make_shared<Directory>();
 };
 
-struct ConfigurationCase {
-  const char* token;
-  const char* endpoint;
-  const char* environmentToken;
-  const char* environmentEndpoint;
-  Texts expected;  // none: the service is not called
-};
-
-class Configuration : public FactoryTest, public testing::WithParamInterface<ConfigurationCase> {};
-
-TEST_P(Configuration, IsMadeFromArgumentsThenFromTheEnvironment) {
-  const ConfigurationCase& given = GetParam();
-  setenv("QXA_TOKEN", given.environmentToken, 1);
-  setenv("DS_ENDPOINT", given.environmentEndpoint, 1);
-  DataStreamMessengerFactory factory(given.token, given.endpoint);
-  unsetenv("QXA_TOKEN");
-  unsetenv("DS_ENDPOINT");
-  EXPECT_EQ(newestConfiguration(), given.expected);
-  factory.configure("later", "");
-  EXPECT_EQ(newestConfiguration(), (Texts{{"qxaToken", "later"}}));
-}
-
-const std::string url = "_datastreamingurl";
-const std::pair<const std::string, std::string> ws{"wsprotocol", "ws"};
-INSTANTIATE_TEST_SUITE_P(
-    Cases, Configuration,
-    testing::Values(ConfigurationCase{"", "", "", "", {}},
-                    ConfigurationCase{"t", "", "", "", {{"qxaToken", "t"}}},
-                    ConfigurationCase{"", "http://h", "", "", {{url, "http://h"}, ws}},
-                    ConfigurationCase{"", "https://h", "", "", {{url, "https://h"}}},
-                    ConfigurationCase{"", "HTTP://h", "", "", {{url, "HTTP://h"}}},
-                    ConfigurationCase{"", "x+http:h", "", "", {{url, "x+http:h"}, ws}},
-                    ConfigurationCase{"", "", "e", "http://e", {{"qxaToken", "e"}, {url, "http://e"}, ws}},
-                    ConfigurationCase{"t", "ws://h", "e", "http://e", {{"qxaToken", "t"}, {url, "ws://h"}}}));
-
-class RecordingFactory : public DataStreamMessengerFactory {
- public:
-  using DataStreamMessengerFactory::createSendReceiveMessenger;
-  using DataStreamMessengerFactory::DataStreamMessengerFactory;
-  std::unique_ptr<ISendReceiveMessenger> createSendReceiveMessenger(std::string first,
-                                                                    std::string second) override {
-    names.insert({first, second});
-    return nullptr;
+TEST_F(FactoryTest, ConfiguresFromItsArgumentsElseFromTheEnvironment) {
+  const std::string url = "_datastreamingurl", apsUrl = "apsserviceurl", token = "qxaToken";
+  const struct {
+    const char *token, *endpoint, *environmentToken, *environmentEndpoint;
+    Texts streams, directory;
+  } cases[] = {{"", "", "", "", {}, {}},
+               {"", "HTTP:https:h", "", "", {{url, "HTTP:https:h"}}, {{apsUrl, "HTTP:https:h"}}},
+               {"", "x+http:h", "", "", {{url, "x+http:h"}, {"wsprotocol", "ws"}}, {{apsUrl, "x+http:h"}}},
+               {"", "", "e", "f", {{token, "e"}, {url, "f"}}, {{token, "e"}, {apsUrl, "f"}}},
+               {"t", "h", "e", "f", {{token, "t"}, {url, "h"}}, {{token, "t"}, {apsUrl, "h"}}}};
+  for (const auto& given : cases) {
+    streams->configuration = directory->configuration = {};
+    setenv("QXA_TOKEN", given.environmentToken, 1);
+    for (const char* variable : {"DS_ENDPOINT", "AD_ENDPOINT"})
+      setenv(variable, given.environmentEndpoint, 1);
+    const DataStreamMessengerFactory factory(given.token, given.endpoint);
+    const AgentDirectoryServiceFactory directories(given.token, given.endpoint);
+    EXPECT_EQ(textsOf(streams->configuration), given.streams);
+    EXPECT_EQ(textsOf(directory->configuration), given.directory);
   }
-  std::set<std::string> names;
-};
-
-TEST_F(FactoryTest, NamesFreshStreamsForEachMessengerThroughAnOverriddenCreation) {
-  RecordingFactory factory("", "");
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(factory.createSendReceiveMessenger(), nullptr);
-  EXPECT_EQ(factory.names.size(), 4U);
-  EXPECT_THAT(factory.names, testing::Each(testing::SizeIs(36)));
+  for (const char* variable : {"QXA_TOKEN", "DS_ENDPOINT", "AD_ENDPOINT"}) unsetenv(variable);
 }
 
-TEST_F(FactoryTest, BuffersByDefaultAndPassesTheCallersOptionsOnUnread) {
+TEST_F(FactoryTest, BuffersOnFreshStreamsByDefaultAndPassesTheCallersOptionsOnUnread) {
   auto factory = std::make_unique<DataStreamMessengerFactory>("", "");
   IMessengerFactory& creator = *factory;
   const auto plain = creator.createSendReceiveMessenger("a", "b", {{"producerACK", std::string("YES")}});
   EXPECT_EQ(std::any_cast<std::string>(streams->producerConfigurations.back().at("producerACK")), "YES");
-  EXPECT_EQ(log.count("starting periodic work"), 0);
-  const auto buffered = creator.createSendReceiveMessenger("a", "b");
-  EXPECT_EQ(log.count("starting periodic work with interval: 20"), 1);
-  EXPECT_THROW((void)creator.createSendReceiveMessenger("a", "b", {{"masgSizeRate", 1}}), std::bad_any_cast);
+  EXPECT_FALSE(hasLogged("starting periodic work"));
+  const auto buffered = factory->createSendReceiveMessenger();
+  EXPECT_TRUE(hasLogged("starting periodic work with interval: 20"));
+  EXPECT_NE(buffered->getSendStreamId(), buffered->getReceiveStreamId());
   EXPECT_EQ(factory->statistics().size(), 3U) << "what the service says";
   factory.reset();
   plain->send(DataStruct(number(1)));
@@ -107,18 +81,8 @@ TEST(Factory, FailsWhereThereAreNoBundles) {
   const auto directory = std::filesystem::path(testing::TempDir()) / "kestrel-no-bundles";
   std::filesystem::create_directories(directory);
   const kestrel::host::Host host({.installPath = directory});
-  const LogCapture log;
   EXPECT_THAT([] { DataStreamMessengerFactory("", ""); },
               testing::ThrowsMessage<std::runtime_error>("No bundles for DataStreaming"));
-  EXPECT_THAT(log.texts("asyncio::util", Severity::error),
-              testing::ElementsAre(testing::HasSubstr(directory.native() + "/bin/osarch64/")));
-}
-
-TEST(Factory, IsMadeWithoutAFrameworkButItsMessengersAreNot) {
-  DataStreamMessengerFactory factory("token", "");
-  EXPECT_THAT([&] { (void)factory.createSendReceiveMessenger("a", "b", {}); },
-              testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr("kestrel::host::Host")));
-  EXPECT_THAT(factory.statistics(), IsEmpty());
 }
 
 }  // namespace library_test

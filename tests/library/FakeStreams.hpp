@@ -3,9 +3,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "TestTools.hpp"
 #include "kestrel/datastreaming/StreamsFactory.hpp"
@@ -15,7 +13,6 @@ namespace library_test {
 namespace ds = kestrel::datastreaming;
 
 struct SentMessage {
-  std::string streamId;
   Bytes bytes;
   ds::AttributeMap attributes;
 };
@@ -32,47 +29,38 @@ class FakeStreams : public ds::StreamsFactory {
   std::function<void()> onSend = [] {};
 
   struct End : ds::Stream, ds::Producer, ds::Consumer {
-    End(FakeStreams& streams, const char* kind, std::string stream)
-        : owner(streams), role(kind), streamId(std::move(stream)), destroyed(streams.destroyed) {}
-    ~End() override { destroyed->push_back(role + streamId); }
+    End(FakeStreams& streams, std::string stream) : owner(streams), streamId(std::move(stream)) {}
     std::string id() const override { return streamId; }
     void setErrorCallback(ds::ErrorCallback callback) override { error = std::move(callback); }
     void setDataCallback(ds::DataCallback callback) override { data = std::move(callback); }
     std::shared_future<void> start() override {
-      const std::string step = data ? "startConsumer" : "startProducer";
-      return std::async(std::launch::deferred, [this, step] { owner.onStep(step); }).share();
+      return std::async(std::launch::deferred,
+                        [this] { owner.onStep(data ? "startConsumer" : "startProducer"); });
     }
     std::shared_future<std::string> send(const std::uint8_t* bytes, std::uint64_t size,
                                          const ds::AttributeMap& attributes) override {
       owner.onSend();
       const std::lock_guard lock(owner._mutex);
-      owner._sent.push_back({streamId, Bytes(bytes, bytes + size), attributes});
+      owner._sent.push_back({Bytes(bytes, bytes + size), attributes});
       return {};
     }
     FakeStreams& owner;
-    const std::string role;
-    std::string streamId;
-    const std::shared_ptr<Lines> destroyed;
+    const std::string streamId;
     ds::DataCallback data;
     ds::ErrorCallback error;
   };
 
-  void configure(const ds::ConfigurationMap& configuration) override {
-    configurations.push_back(configuration);
-  }
+  void configure(const ds::ConfigurationMap& newest) override { configuration = newest; }
   std::shared_ptr<ds::Stream> getStream(const std::string& id, const ds::AttributeMap&) override {
-    onStep("getStream");
-    return std::make_shared<End>(*this, "stream ", id);
+    return make("getStream", id);
   }
   std::shared_ptr<ds::Producer> createProducer(const std::shared_ptr<ds::Stream>& stream,
                                                const ds::ConfigurationMap& configuration) override {
-    onStep("createProducer");
     producerConfigurations.push_back(configuration);
-    return producers.emplace_back(std::make_shared<End>(*this, "producer ", stream->id()));
+    return producer = make("createProducer", stream->id());
   }
   std::shared_ptr<ds::Consumer> createConsumer(const std::shared_ptr<ds::Stream>& stream) override {
-    onStep("createConsumer");
-    return consumer = std::make_shared<End>(*this, "consumer ", stream->id());
+    return consumer = make("createConsumer", stream->id());
   }
   std::vector<ds::StreamStatistics> statistics() const override {
     return std::vector<ds::StreamStatistics>(3);
@@ -87,14 +75,15 @@ class FakeStreams : public ds::StreamsFactory {
     return _sent;
   }
 
-  std::vector<ds::ConfigurationMap> configurations;
+  ds::ConfigurationMap configuration;
   std::vector<ds::ConfigurationMap> producerConfigurations;
-  std::vector<std::shared_ptr<End>> producers;
-  std::shared_ptr<End> consumer;
-  /// Streams and ends, in the order in which they went.
-  const std::shared_ptr<Lines> destroyed = std::make_shared<Lines>();
+  std::shared_ptr<End> producer, consumer;  // the newest
 
  private:
+  std::shared_ptr<End> make(const std::string& step, const std::string& streamId) {
+    onStep(step);
+    return std::make_shared<End>(*this, streamId);
+  }
   mutable std::mutex _mutex;  // guards _sent
   std::vector<SentMessage> _sent;
 };

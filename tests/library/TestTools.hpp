@@ -1,7 +1,6 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <kestreldata/kestreldata.hpp>
 
 #include <chrono>
@@ -20,7 +19,6 @@ using namespace remote_connectivity::asyncio::util;
 using namespace std::chrono_literals;
 using kestreldata::Array;
 using kestreldata::TypedArray;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -38,29 +36,18 @@ std::chrono::steady_clock::duration timeOf(Action action) {
 }
 
 inline const kestreldata::standalone::ArrayFactory arrays;
-inline Array text(std::string_view value) {
-  return arrays.createScalar(value);
-}
-inline Array chars(std::string_view value) {
-  return arrays.createCharArray(value);
-}
-inline Array number(double value) {
-  return arrays.createScalar(value);
-}
-inline double numberOf(const Array& array) {
-  return TypedArray<double>(array)[0];
+inline const auto text = [](std::string_view value) -> Array { return arrays.createScalar(value); };
+inline const auto chars = [](std::string_view value) -> Array { return arrays.createCharArray(value); };
+inline const auto number = [](double value) -> Array { return arrays.createScalar(value); };
+inline const auto encoded = [](const Array& array) { return KDAHelper().kdaToProtobufBytes(array); };
+inline Array decoded(const Bytes& bytes) {
+  return KDAHelper().kdaFromProtobuf(bytes.data(), bytes.size());
 }
 inline Array row(const std::vector<Array>& cells) {
   return arrays.createCellArray({1, cells.size()}, cells);
 }
 inline Array column(const std::vector<Array>& cells) {
   return arrays.createCellArray({cells.size(), 1}, cells);
-}
-inline Bytes encoded(const Array& array) {
-  return KDAHelper().kdaToProtobufBytes(array);
-}
-inline Array decoded(const Bytes& bytes) {
-  return KDAHelper().kdaFromProtobuf(bytes.data(), bytes.size());
 }
 
 }  // namespace library_test

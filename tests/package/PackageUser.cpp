@@ -7,14 +7,15 @@
 #include <kestrel/host/Host.hpp>
 #include <remote_connectivity/asyncio/util/DataStreamMessengerFactory.hpp>
 
-#include "Clock.hpp"
+#include "../framework/bundles/Greeting.hpp"
 
 int main(int, char** arguments) {
   const kestrel::host::Host host;
   const auto bundles = kestrel::framework::installAndStart(std::filesystem::path(arguments[1]).u16string());
-  const auto clock = kestrel::framework::findService<Clock>();
+  const auto greeting = kestrel::framework::findService<Greeting>();
   remote_connectivity::asyncio::util::DataStreamMessengerFactory factory("", "");
   const auto messenger = factory.createSendReceiveMessenger("to", "fro");
-  std::cout << bundles.size() << " bundle, hour " << (clock ? clock->hour() : -1) << "\n";
-  return bundles.size() == 1 && clock && clock->hour() == 12 && messenger ? 0 : 1;
+  const std::string text = greeting ? greeting->text() : "no greeting";
+  std::cout << bundles.size() << " bundle: " << text << "\n";
+  return bundles.size() == 1 && text == "hello from greeting_bundle" && messenger ? 0 : 1;
 }

@@ -18,33 +18,28 @@ namespace {
 
 using namespace remote_connectivity::asyncio::util;
 using namespace std::chrono_literals;
-using Messenger = std::unique_ptr<ISendReceiveMessenger>;
 
 constexpr int exitCode = 7;
 std::atomic<bool> exitsFromHandler{false};
 
-/// A flow without end between two messengers of its own.
-struct Flow {
-  Flow(DataStreamMessengerFactory& factory, unsigned long rate, bool buffered)
-      : options{{"producerUsesBuffer", buffered}, {"masgSizeRate", rate}, {"msgSizeLimit", 3000UL}},
-        here(factory.createSendReceiveMessenger(names + "there", names + "here", options)),
-        there(factory.createSendReceiveMessenger(names + "here", names + "there", options)) {
-    there->setReceiveHandler(
-        [](const DataStruct&) { throw std::runtime_error("refused, so that it is logged"); });
-    there->setRequestHandler([](const DataStruct& request) {
-      if (exitsFromHandler.exchange(false)) std::exit(exitCode);
-      return request;
-    });
-  }
+DataStruct message() {
+  return DataStruct(KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, "busy");
+}
 
-  void send() { here->send(message); }
-  void request() { (void)here->request(message); }
-
-  const DataStruct message{KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, "busy"};
-  const std::string names = UUIDAdaptor()();
-  const std::unordered_map<std::string, std::any> options;
-  Messenger here, there;
-};
+/// A messenger whose peer refuses its messages and answers its requests. Neither ever goes.
+ISendReceiveMessenger* makePair(DataStreamMessengerFactory& factory, unsigned long rate, bool buffered) {
+  const std::unordered_map<std::string, std::any> options{
+      {"producerUsesBuffer", buffered}, {"masgSizeRate", rate}, {"msgSizeLimit", 3000UL}};
+  const std::string name = UUIDAdaptor()();
+  auto* const peer = factory.createSendReceiveMessenger(name, name + "there", options).release();
+  peer->setReceiveHandler(
+      [](const DataStruct&) { throw std::runtime_error("refused, so that it is logged"); });
+  peer->setRequestHandler([](const DataStruct& request) {
+    if (exitsFromHandler.exchange(false)) std::exit(exitCode);
+    return request;
+  });
+  return factory.createSendReceiveMessenger(name + "there", name, options).release();
+}
 
 /// Repeats the work on a thread that nobody waits for. What fails because everything ends is no fault.
 void repeat(std::function<void()> work) {
@@ -59,21 +54,18 @@ void repeat(std::function<void()> work) {
   }).detach();
 }
 
-/// Messengers that static destruction takes while others send to them.
+/// A messenger that static destruction takes while others send to it.
 struct Kept {
   std::unique_ptr<kestrel::host::Host> host = std::make_unique<kestrel::host::Host>();
   std::unique_ptr<DataStreamMessengerFactory> factory;
-  Messenger receiver;
+  std::unique_ptr<ISendReceiveMessenger> receiver;
 };
 
 void startFlows(DataStreamMessengerFactory& factory, unsigned long rate) {
-  // Made before the first one begins: what waits for a connection would hold up those that are made behind
-  // it.
-  auto* const direct = new Flow(factory, rate, false);
-  auto* const queued = new Flow(factory, rate, true);
-  for (auto* const flow : {direct, queued}) {
-    for (int i = 0; i < 2; ++i) repeat([flow] { flow->send(); });
-    repeat([flow] { flow->request(); });
+  // Both made before the first one begins: what waits for a connection would hold up those behind it.
+  for (auto* const messenger : {makePair(factory, rate, false), makePair(factory, rate, true)}) {
+    for (int i = 0; i < 2; ++i) repeat([messenger] { messenger->send(message()); });
+    repeat([messenger] { (void)messenger->request(message()); });
   }
   repeat([&factory] { (void)factory.createSendReceiveMessenger(); });
 }
@@ -89,8 +81,7 @@ int main(int, char** arguments) {
   auto* const factory = new DataStreamMessengerFactory("", endpoint);
   auto* const sender = factory->createSendReceiveMessenger("kept", "").release();
   startFlows(*factory, endpoint.starts_with("tls:") ? 300 : 100'000);  // a request must get through
-  const DataStruct message{KDAHelper().kdaFromByteArray(std::vector<std::uint8_t>(4000)), {}, ""};
-  repeat([sender, message] { sender->send(message); });
+  repeat([sender] { sender->send(message()); });
   if (how == "thread") {
     std::thread([] {
       std::this_thread::sleep_for(60ms);

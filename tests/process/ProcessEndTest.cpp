@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -14,12 +13,11 @@
 namespace {
 
 /// Runs the program once and says how it ended.
-std::string endOf(const std::string& how, const std::string& endpoint) {
-  std::string program = ENDS_BUSY, first = how, second = endpoint;
-  char* const arguments[] = {program.data(), first.data(), second.data(), nullptr};
+std::string endOf(std::string how, std::string endpoint) {
+  std::string program = ENDS_BUSY;
+  char* const arguments[] = {program.data(), how.data(), endpoint.data(), nullptr};
   pid_t process = 0;
-  if (::posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ) != 0)
-    return "not started";
+  if (::posix_spawn(&process, ENDS_BUSY, nullptr, nullptr, arguments, environ) != 0) return "not started";
   int status = 0;
   const auto ended = [&] { return ::waitpid(process, &status, WNOHANG) == process; };
   if (!becomesTrue(ended, std::chrono::seconds(60))) {
@@ -33,34 +31,27 @@ std::string endOf(const std::string& how, const std::string& endpoint) {
 
 class ProcessEnd : public testing::TestWithParam<const char*> {
  protected:
-  void endsCleanly(const std::string& endpoint, int runs = 20) {
+  void endsCleanly(const std::string& endpoint, int runs) {
     for (int i = 0; i < runs; ++i) EXPECT_EQ(endOf(GetParam(), endpoint), "exit 7") << "run " << i;
   }
 };
 
 TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkInMemory) {
-  endsCleanly("");
+  endsCleanly("", 20);
 }
 
 #ifdef KESTREL_HAS_NATS
-TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkOverNats) {
-  if (const auto reason = kestrel::streams::NatsServer::unavailable(); !reason.empty())
-    GTEST_SKIP() << reason;
-  const kestrel::streams::NatsServer server;
-  endsCleanly(server.url());
-}
-
-TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkOverTls) {
-  if (const auto reason = kestrel::streams::NatsServer::unavailable(); !reason.empty())
-    GTEST_SKIP() << reason;
-  const kestrel::streams::NatsServer folder;  // for the certificate
-  const kestrel::streams::Certificate certificate(folder.directory(), "IP:127.0.0.1");
-  const kestrel::streams::NatsServer server({.certificate = certificate.file, .key = certificate.key});
-  endsCleanly(server.url("tls_ca=" + certificate.file), 4);
+TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkOverNatsAndTls) {
+  using namespace kestrel::streams;
+  if (const auto reason = NatsServer::unavailable(); !reason.empty()) GTEST_SKIP() << reason;
+  const NatsServer plain;
+  endsCleanly(plain.url(), 10);
+  const Certificate certificate(plain.directory(), "IP:127.0.0.1");
+  const NatsServer guarded({.certificate = certificate.file, .key = certificate.key});
+  endsCleanly(guarded.url("tls_ca=" + certificate.file), 4);
 }
 #endif
 
-INSTANTIATE_TEST_SUITE_P(Ways, ProcessEnd, testing::Values("main", "thread", "handler"),
-                         [](const auto& info) { return std::string(info.param); });
+INSTANTIATE_TEST_SUITE_P(Ways, ProcessEnd, testing::Values("main", "thread", "handler"));
 
 }  // namespace

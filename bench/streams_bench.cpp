@@ -5,9 +5,9 @@
 #include <thread>
 #include <vector>
 
+#include "sequencing/PayloadSequencer.hpp"
 #include "src/StreamsFactoryImpl.hpp"
 #include "transports/memory/MemoryQueue.hpp"
-#include "transports/shared/PayloadSequencer.hpp"
 
 namespace {
 

@@ -1,10 +1,11 @@
 # What the project's scripts share; sourced by them with the project's folder as working directory.
 
 packages=(
-  g++ cmake ninja-build pkg-config clang-format
+  g++ cmake ninja-build pkg-config
+  clang clang-format clang-tidy libclang-rt-14-dev
   libboost-dev libboost-log-dev libprotobuf-dev protobuf-compiler libssl-dev openssl
   libgtest-dev libgmock-dev libbenchmark-dev
-  libnats-dev nats-server
+  libnats-dev nlohmann-json3-dev nats-server
 )
 
 as_root() {

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "../../tests/datastreaming/Loopback.hpp"
+#include "Loopback.hpp"
 #include "Random.hpp"
 
 namespace soak {

@@ -14,13 +14,12 @@ static TypedArray<std::int32_t> numbered() {
   return factory.createArray<std::int32_t>({2, 3, 4}, positions.begin(), positions.end());
 }
 
-TEST(ElementReference, CountsColumnMajorWithTheLastIndexRunningOverTheRest) {
-  const auto array = numbered();
-  EXPECT_EQ(array[17], 17);
+TEST(ElementReference, CountsColumnMajorWithTheLastIndexRunningOverTheRestToReadAndToWrite) {
+  auto array = numbered();
   EXPECT_EQ(array[1][2], 5);
   EXPECT_EQ(array[1][11], 23);
-  EXPECT_EQ(array[1][2][3], 23);
-  EXPECT_EQ(array[0][1][2], 14);
+  array[1][2][3] = array[0][1][2];
+  EXPECT_EQ(array[23], 14);
 }
 
 TEST(ElementReference, RefusesIndicesOutsideTheirDimension) {
@@ -33,14 +32,6 @@ TEST(ElementReference, RefusesIndicesOutsideTheirDimension) {
   EXPECT_THROW((void)array[0][0][0][0], InvalidArrayIndexException);
   const auto empty = factory.createArray<std::int32_t>({1, 0});
   EXPECT_THROW((void)empty[0][0], InvalidArrayIndexException);
-}
-
-TEST(ElementReference, WritesTheElementItNames) {
-  auto array = numbered();
-  array[1][2][3] = 100;
-  array[0] = array[1][0];
-  EXPECT_EQ(array[23], 100);
-  EXPECT_EQ(array[0], 1);
 }
 
 TEST(CopyOnWrite, WritingToACopyLeavesTheOriginalAlone) {

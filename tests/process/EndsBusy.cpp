@@ -54,11 +54,12 @@ void repeat(std::function<void()> work) {
   }).detach();
 }
 
-/// A messenger that static destruction takes while others send to it.
+/// A messenger that static destruction takes while others send to it, just before what it uses ends.
 struct Kept {
-  std::unique_ptr<kestrel::host::Host> host = std::make_unique<kestrel::host::Host>();
-  std::unique_ptr<DataStreamMessengerFactory> factory;
-  std::unique_ptr<ISendReceiveMessenger> receiver;
+  explicit Kept(const std::string& endpoint) : factory("", endpoint) {}
+  kestrel::host::Host host;
+  DataStreamMessengerFactory factory;
+  std::unique_ptr<ISendReceiveMessenger> receiver = factory.createSendReceiveMessenger("", "kept");
 };
 
 void startFlows(DataStreamMessengerFactory& factory, unsigned long rate) {
@@ -75,9 +76,7 @@ void startFlows(DataStreamMessengerFactory& factory, unsigned long rate) {
 int main(int, char** arguments) {
   const std::string how = arguments[1];
   const std::string endpoint = arguments[2];
-  static Kept kept;
-  kept.factory = std::make_unique<DataStreamMessengerFactory>("", endpoint);
-  kept.receiver = kept.factory->createSendReceiveMessenger("", "kept");
+  static const Kept kept(endpoint);
   auto* const factory = new DataStreamMessengerFactory("", endpoint);
   auto* const sender = factory->createSendReceiveMessenger("kept", "").release();
   startFlows(*factory, endpoint.starts_with("tls:") ? 300 : 100'000);  // a request must get through

@@ -1,12 +1,12 @@
 #include "transports/nats/NatsHandles.hpp"
 
-#include "kestrel/callbacks/ThreadSafety.hpp"
-
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace kestrel::streams {
 

@@ -26,28 +26,25 @@ constexpr int readBuffer = 256 << 10;
 
 /// The C client may call back after a connection was destroyed, so its callbacks get a number instead of a
 /// pointer.
-class Listeners {
+class Sessions {
  public:
-  struct Entry {
-    std::shared_ptr<LossListener> listener;
-    std::string shown;
-    std::string fault{};  // what the client has told last
-  };
-
-  static Listeners& shared() {
-    static auto* const listeners = new Listeners;  // callbacks may come while the process ends
-    return *listeners;
+  static Sessions& shared() {
+    static auto* const sessions = new Sessions;  // callbacks may come while the process ends
+    return *sessions;
   }
 
   std::uint64_t reserve() { return ++_last; }
-  void add(std::uint64_t session, Entry entry) {
+  void add(std::uint64_t session, const std::string& shown) {
     const callbacks::MutexLock lock(_mutex);
-    _entries[session] = std::move(entry);
+    _entries[session].shown = shown;
   }
-  void note(void* session, const std::string& fault) {
+  /// Returns how its server is shown; empty if it has gone.
+  std::string note(std::uint64_t session, const std::string& fault) {
     const callbacks::MutexLock lock(_mutex);
-    const auto found = _entries.find(reinterpret_cast<std::uintptr_t>(session));
-    if (found != _entries.end()) found->second.fault = fault;
+    const auto found = _entries.find(session);
+    if (found == _entries.end()) return {};
+    found->second.fault = fault;
+    return found->second.shown;
   }
   void remove(std::uint64_t session) {
     const callbacks::MutexLock lock(_mutex);
@@ -60,38 +57,36 @@ class Listeners {
       return !_entries.contains(reinterpret_cast<std::uintptr_t>(session));
     });
   }
-  Entry find(const void* session) {
+  std::string fault(std::uint64_t session) {
     const callbacks::MutexLock lock(_mutex);
-    const auto found = _entries.find(reinterpret_cast<std::uintptr_t>(session));
-    return found == _entries.end() ? Entry{} : found->second;
+    return _entries[session].fault;
   }
 
  private:
+  struct Entry {
+    std::string shown;
+    std::string fault;  // what the client has told last
+  };
+
   std::atomic<std::uint64_t> _last{0};
   callbacks::Mutex _mutex;
   std::condition_variable _removed;
   std::unordered_map<std::uint64_t, Entry> _entries KESTREL_GUARDED_BY(_mutex);
 };
 
-void forwardLoss(natsConnection*, void* session) {
-  const auto entry = Listeners::shared().find(session);
-  if (entry.listener) entry.listener->lost(reinterpret_cast<std::uintptr_t>(session));
-}
-
 /// The client asks here how long to wait, on a thread of its own, before it connects again. It never shall;
 /// and it must not wait for long, for it may miss that it is closed. So it is kept here until then.
 std::int64_t neverReconnect(natsConnection* connection, int, void* session) {
-  Listeners::shared().waitForRemoval(session);
+  Sessions::shared().waitForRemoval(session);
   while (!natsConnection_IsClosed(connection)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   return 1;
 }
 
 void logFault(natsConnection*, natsSubscription*, natsStatus status, void* session) {
   if (status == NATS_SLOW_CONSUMER) return;  // told by its consumer, which knows the numbers
-  const auto entry = Listeners::shared().find(session);
-  if (!entry.listener) return;
-  Listeners::shared().note(session, natsStatus_GetText(status));
-  logError(entry.shown + ": " + natsStatus_GetText(status));
+  const std::string fault = natsStatus_GetText(status);
+  const std::string shown = Sessions::shared().note(reinterpret_cast<std::uintptr_t>(session), fault);
+  if (!shown.empty()) logError(shown + ": " + fault);
 }
 
 void setSecurity(natsOptions* options, const NatsEndpoint& endpoint) {
@@ -174,14 +169,16 @@ std::shared_ptr<NatsSession> NatsSession::connect(const NatsEndpoint& endpoint,
 
 NatsSession::NatsSession(const NatsEndpoint& endpoint, const std::shared_ptr<LossListener>& listener,
                          const std::function<void()>& writable)
-    : _number(Listeners::shared().reserve()), _loop(writable, endpoint.secure) {
-  Listeners::shared().add(_number, {listener, endpoint.shown});
+    : _number(Sessions::shared().reserve()),
+      _loop(
+          writable, [listener, number = _number] { listener->lost(number); }, endpoint.secure) {
+  Sessions::shared().add(_number, endpoint.shown);
 }
 
 NatsSession::~NatsSession() {
   _loop.stop();  // the client does not expect to be closed while it reads
   _loop.hangUp();
-  Listeners::shared().remove(_number);
+  Sessions::shared().remove(_number);
   if (const auto pass = _loop.enter())
     natsConnection_Destroy(_handle);  // else the end of the process takes it
 }
@@ -237,8 +234,8 @@ void NatsSession::setCallbacks(natsOptions* options) const {
   set(natsOptions_SetCustomReconnectDelay(options, neverReconnect, id));
   set(natsOptions_SetReconnectBufSize(options, 0));
   set(natsOptions_SetFailRequestsOnDisconnect(options, true));
-  set(natsOptions_SetDisconnectedCB(options, forwardLoss, id));
-  set(natsOptions_SetClosedCB(options, forwardLoss, id));
+  // The client tells of the end of a connection on a thread that holds on to it, perhaps as the last one and
+  // while the process ends. The loop learns of it sooner, so the client is not asked.
   set(natsOptions_SetErrorHandler(options, logFault, id));
 }
 
@@ -247,7 +244,10 @@ std::uint64_t NatsSession::maxPayload() const {
 }
 
 std::string NatsSession::failure() const {
-  return Listeners::shared().find(reinterpret_cast<const void*>(_number)).fault;
+  std::string told = Sessions::shared().fault(_number);
+  const char* last = nullptr;
+  if (told.empty() && natsConnection_GetLastError(_handle, &last) != NATS_OK && last != nullptr) told = last;
+  return told;
 }
 
 natsStatus NatsSession::publish(natsMsg& message) {

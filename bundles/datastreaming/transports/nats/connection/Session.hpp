@@ -70,11 +70,11 @@ class Session {
   virtual void stop() = 0;
 };
 
-/// Learns of the loss of sessions. Called on a thread of the client, perhaps after the session's end.
+/// Learns of the loss of sessions, on whichever thread finds it.
 class LossListener {
  public:
   virtual ~LossListener() = default;
-  /// Must not wait. May come more than once for a session.
+  /// Must neither wait nor use the session. May come more than once for a session, and when it is closed.
   virtual void lost(std::uint64_t session) = 0;
 };
 

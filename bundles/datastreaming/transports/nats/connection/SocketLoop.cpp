@@ -31,8 +31,9 @@ void clear(const FileDescriptor& signalled) {
 
 thread_local bool SocketLoop::FlushesItself::flushing = false;
 
-SocketLoop::SocketLoop(std::function<void()> writable, bool secure)
+SocketLoop::SocketLoop(std::function<void()> writable, std::function<void()> lost, bool secure)
     : _writable(std::move(writable)),
+      _lost(std::move(lost)),
       _secure(secure),
       _event(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC), "eventfd"),
       _timer(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC), "timerfd_create"),
@@ -128,8 +129,11 @@ natsStatus SocketLoop::detach(void* userData) {
 
 /// It is about to be closed, and its number may come back at once.
 void SocketLoop::forgetSocket() {
-  const std::lock_guard lock(_named);
-  _socket = -1;
+  {
+    const std::lock_guard lock(_named);
+    _socket = -1;
+  }
+  _lost();
 }
 
 bool SocketLoop::flush() {

@@ -26,8 +26,9 @@ class SocketLoop {
   static constexpr std::chrono::microseconds heldBack{200};
 
   /// `writable` runs on the loop's thread when the socket takes bytes again, and after each wake()
-  /// and wakeLater().
-  SocketLoop(std::function<void()> writable, bool secure);
+  /// and wakeLater(); `lost` wherever the client finds that its connection has ended, perhaps more than once.
+  /// The client's lock is held then: it must neither wait nor call the client.
+  SocketLoop(std::function<void()> writable, std::function<void()> lost, bool secure);
   ~SocketLoop();
   SocketLoop(const SocketLoop&) = delete;
   SocketLoop& operator=(const SocketLoop&) = delete;
@@ -90,6 +91,7 @@ class SocketLoop {
   [[nodiscard]] bool takeEvents(int socket, short events);
 
   const std::function<void()> _writable;
+  const std::function<void()> _lost;
   const bool _secure;
   const FileDescriptor _event;
   const FileDescriptor _timer;

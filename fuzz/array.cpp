@@ -38,6 +38,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   check(__sanitizer_get_current_allocated_bytes() <= before + 256 * size + 4096,
         "an array takes memory in proportion to its bytes");
   if (!isArray) return 0;
+  auto message = helper->getSerializationContext().createKESTREL_Array();
+  check(message->ParseFromArray(data, static_cast<int>(size)) &&
+            helper->getSerializationContext().convertFromProtobuf(std::move(message)) == array,
+        "it is the array that its protobuf message stands for");
   const Bytes bytes = helper->kdaToProtobufBytes(array);
   check(!bytes.empty() && decode(bytes.data(), bytes.size(), again).empty(),
         "what was decoded can be sent on");

@@ -5,6 +5,7 @@
 #include "messenger/MessengerLog.hpp"
 #include "messenger/SendReceiveDataStream.hpp"
 #include "remote_connectivity/asyncio/util/MessengerException.hpp"
+#include "transfer/Encode.hpp"
 
 namespace remote_connectivity::asyncio::util {
 
@@ -85,7 +86,7 @@ void SendReceiveDataStream::privateSend(const kestreldata::Array& envelope, Attr
     messengerLog().log(Severity::trace, "SendReceiveDataStream::privateSend No producer, no send stream ID.");
     return;
   }
-  const auto bytes = _kdaHelper.kdaToProtobufBytes(envelope);
+  const auto bytes = encode(_kdaHelper.getSerializationContext(), envelope);
   if (messengerLog().enabled(Severity::trace)) {
     const kestrel::callbacks::MutexLock lock(_sendPathMutex);
     messengerLog().log(Severity::trace, "SendReceiveDataStream::privateSend attempting send on stream ",
@@ -95,7 +96,7 @@ void SendReceiveDataStream::privateSend(const kestreldata::Array& envelope, Attr
     path->buffer->enqueue(bytes.data(), bytes.size(), std::move(attributes));
     path->backlog.add(bytes.size());
   } else {
-    path->helper->send(bytes, std::move(attributes), path->options.messageSizeLimit,
+    path->helper->send(bytes.data(), bytes.size(), std::move(attributes), path->options.messageSizeLimit,
                        path->options.messageRate);
   }
 }

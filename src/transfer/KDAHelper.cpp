@@ -62,11 +62,7 @@ std::vector<std::uint8_t> KDAHelper::kdaToProtobufBytes(const Array& array) {
 }
 
 Array KDAHelper::kdaFromProtobuf(const std::uint8_t* data, std::size_t size) {
-  getSerializationContext().checkEncoding(data, size);
-  auto message = getSerializationContext().createKESTREL_Array();
-  // A buffer that does not parse leaves a message that the conversion refuses with the better text.
-  static_cast<void>(message->ParseFromArray(data, static_cast<int>(size)));
-  return getSerializationContext().convertFromProtobuf(std::move(message));
+  return getSerializationContext().decode(data, size);
 }
 
 Array KDAHelper::kdaFromByteArray(const std::vector<std::uint8_t>& bytes) {

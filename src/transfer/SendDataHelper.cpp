@@ -47,9 +47,15 @@ SendDataHelper::~SendDataHelper() = default;
 std::shared_future<std::string> SendDataHelper::send(const std::vector<std::uint8_t>& data,
                                                      AttributeMap&& attributes, std::size_t msgSizeLimit,
                                                      std::size_t msgRateLimit) {
+  return send(data.data(), data.size(), std::move(attributes), msgSizeLimit, msgRateLimit);
+}
+
+std::shared_future<std::string> SendDataHelper::send(const std::uint8_t* data, std::size_t size,
+                                                     AttributeMap&& attributes, std::size_t msgSizeLimit,
+                                                     std::size_t msgRateLimit) {
   const std::lock_guard lock(_sendMutex);
-  if (data.size() < msgSizeLimit) return sendWithLimit(data.data(), data.size(), attributes, msgRateLimit);
-  return splitAndSend(data, std::move(attributes), msgSizeLimit, msgRateLimit);
+  if (size < msgSizeLimit) return sendWithLimit(data, size, attributes, msgRateLimit);
+  return split(data, size, attributes, msgSizeLimit, msgRateLimit);
 }
 
 std::shared_future<std::string> SendDataHelper::sendWithLimit(const std::uint8_t* data, std::size_t size,
@@ -120,18 +126,24 @@ std::shared_future<std::string> SendDataHelper::splitAndSend(const std::vector<s
                                                              AttributeMap&& attributes,
                                                              std::size_t msgSizeLimit,
                                                              std::size_t msgRateLimit) {
+  return split(data.data(), data.size(), attributes, msgSizeLimit, msgRateLimit);
+}
+
+std::shared_future<std::string> SendDataHelper::split(const std::uint8_t* data, std::size_t size,
+                                                      AttributeMap& attributes, std::size_t msgSizeLimit,
+                                                      std::size_t msgRateLimit) {
   attributes[MessageAttributes::CompressionType] = std::string(constants::Chunk);
-  if (data.empty()) return {};
+  if (size == 0) return {};
   auto& moreMark = attributes[MessageAttributes::UnCompressedSize];
   for (std::size_t offset = 0;;) {
-    const std::size_t left = data.size() - offset;
+    const std::size_t left = size - offset;
     const std::size_t chunkSize = std::min(msgSizeLimit, left);
     logger.log(Severity::trace, splitTag, " chunkSize: ", chunkSize, ", offset: ", offset);
     moreMark = msgSizeLimit < left ? static_cast<long>(msgSizeLimit) : 0L;
-    auto result = sendWithLimit(data.data() + offset, chunkSize, attributes, msgRateLimit);
+    auto result = sendWithLimit(data + offset, chunkSize, attributes, msgRateLimit);
     if (_stopped) return stoppedResult();
     offset += chunkSize;
-    if (offset >= data.size()) return result;
+    if (offset >= size) return result;
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "TransportSuite.hpp"
 #include "src/StreamsFactoryImpl.hpp"
 
@@ -53,6 +55,31 @@ TEST_F(MemoryTransportTest, KeepsMessagesInOrderForTheFirstConsumerToCome) {
     ASSERT_THAT(first.waitTexts(3), ElementsAre("a", "bcd", "e"));
     EXPECT_THAT(second.waitTexts(1), ElementsAre("e"));
   }
+}
+
+TEST_F(MemoryTransportTest, PiecesOfFrozenBytesStayWhereTheyAreIfTheyLieOneBehindTheOther) {
+  _factory = std::make_shared<StreamsFactoryImpl>();
+  memory::Buffer bytes(2 * memory::leastKept);
+  std::memset(bytes.data(), 'a', bytes.size());
+  bytes.data()[bytes.size() - 1] = 'b';
+  bytes.freeze();
+  std::vector<const std::uint8_t*> places;
+  Inbox inbox;
+  const auto receiver = consumer([&, add = inbox.callback()](auto* data, auto size, auto& id, auto& marks) {
+    places.push_back(data);
+    return add(data, size, id, marks);
+  });
+  const auto sender = producer();
+  const auto send = [&](std::size_t offset, bool last) {
+    (void)sender->send(bytes.data() + offset, memory::leastKept, pieceAttributes(last));
+  };
+  send(0, false), send(memory::leastKept, true);
+  send(memory::leastKept, false), send(0, true);
+  const auto texts = inbox.waitTexts(2);
+  EXPECT_EQ(places.front(), bytes.data());
+  EXPECT_NE(places.back(), bytes.data());
+  EXPECT_EQ(texts[0].find('b'), 2 * memory::leastKept - 1);
+  EXPECT_EQ(texts[1].find('b'), memory::leastKept - 1);
 }
 
 TEST_F(MemoryTransportTest, WhatIsKeptIsBoundedUntilItIsHandledAndTheRefusalSaysSo) {

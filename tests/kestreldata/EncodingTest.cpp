@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "Codec.hpp"
+#include "kestrel/memory/Buffer.hpp"
 
 using namespace kestreldata;
 
@@ -49,4 +50,31 @@ TEST(Encoding, RefusesWhatTheParserCouldNotCount) {
   EXPECT_LT(encodable(2047, 1U << 20)->ByteSizeLong(), std::size_t{1} << 31);
   EXPECT_THROW((void)encodable(2048, 1U << 20), SerializationException);
   EXPECT_THROW((void)encodable(2048, (1U << 20) - 10), SerializationException) << "headers count too";
+}
+
+TEST(Encoding, LendsLargeElementsOfAFrozenBufferAndTheyAreCopiedBeforeTheyAreWritten) {
+  const auto large = codec.factory.createArray<std::uint32_t>({100, 200});
+  const auto decodedFrom = [](const kestrel::memory::Buffer& bytes) {
+    const TypedArray<Array> cells(codec.context.decode(bytes.data(), bytes.size()));
+    return TypedArray<std::uint32_t>(Array(cells[0]));
+  };
+  const auto liesIn = [](const auto& array, const kestrel::memory::Buffer& bytes) {
+    const auto* const first = reinterpret_cast<const std::uint8_t*>(array.cbegin());
+    return first >= bytes.data() && first < bytes.data() + bytes.size();
+  };
+  for (const auto& [cells, isLent] : {std::pair(1, true), std::pair(3, false)}) {
+    const std::vector<Array> parts(static_cast<std::size_t>(cells), large);
+    const auto encoded = codec.encode(codec.factory.createCellArray({1, parts.size()}, parts));
+    kestrel::memory::Buffer bytes;
+    bytes.append(encoded.data(), encoded.size());
+    EXPECT_FALSE(liesIn(decodedFrom(bytes), bytes)) << "it may still change";
+    bytes.freeze();
+    auto array = decodedFrom(bytes);
+    EXPECT_EQ(liesIn(array, bytes), isLent) << "a small part must not hold on to much";
+    const auto other = decodedFrom(bytes);
+    bytes = {};
+    array[19'999] = 6U;
+    EXPECT_EQ(Array(other), Array(large));
+    EXPECT_NE(Array(array), Array(large));
+  }
 }

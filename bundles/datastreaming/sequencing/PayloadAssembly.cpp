@@ -20,9 +20,26 @@ class Receipts final : public Receipt {
 
 }  // namespace
 
+bool PayloadAssembly::continues(const Frame& piece) const {
+  if (!_owner || piece.data != _begin + _bytes) return false;
+  return memory::ownerOf(piece.data, piece.size) == _owner;
+}
+
+void PayloadAssembly::copy(const Frame& piece) {
+  auto copy = _copy ? _copy : std::make_shared<memory::Buffer>();
+  if (_owner) copy->append(_begin, _bytes);
+  copy->append(piece.data, piece.size);
+  _copy = std::move(copy);
+  _owner.reset();
+}
+
 void PayloadAssembly::add(Frame& piece) {
-  SpareBuffers::shared().prepare(*_buffer, _buffer->size() + piece.size);
-  _buffer->append(piece.data, piece.size);
+  if (_pieces == 0) {
+    _owner = memory::ownerOf(piece.data, piece.size);
+    _begin = piece.data;
+  }
+  if (!continues(piece)) copy(piece);
+  _bytes += piece.size;
   if (piece.receipt) _receipts.push_back(std::move(piece.receipt));
   ++_pieces;
   _attributesCost = ByteBudget::costOf(0, piece.attributes);
@@ -33,10 +50,16 @@ void PayloadAssembly::add(Frame& piece) {
 
 Frame PayloadAssembly::whole() && {
   Frame frame = std::move(_last);
-  frame.data = _buffer->data();
-  frame.size = _buffer->size();
+  frame.size = _bytes;
   frame.messages = _pieces;
-  frame.owner = std::move(_buffer);
+  if (_copy) {
+    _copy->freeze();
+    frame.data = _copy->data();
+    frame.owner = std::move(_copy);
+  } else {
+    frame.data = _begin;
+    frame.owner = std::move(_owner);
+  }
   if (!_receipts.empty()) frame.receipt = std::make_unique<Receipts>(std::move(_receipts));
   return frame;
 }

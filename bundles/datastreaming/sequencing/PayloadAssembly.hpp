@@ -4,12 +4,14 @@
 #include <memory>
 #include <vector>
 
+#include <kestrel/memory/Buffer.hpp>
+
 #include "sequencing/Frame.hpp"
-#include "sequencing/SpareBuffers.hpp"
 
 namespace kestrel::streams {
 
-/// The pieces of one payload, joined as they come. A plain object, not thread-safe.
+/// The pieces of one payload, joined as they come. Pieces that lie one behind the other where nobody writes
+/// to them any more stay there; others are copied. A plain object, not thread-safe.
 class PayloadAssembly {
  public:
   PayloadAssembly(std::uint64_t payload, std::uint64_t firstNumber)
@@ -28,7 +30,7 @@ class PayloadAssembly {
   [[nodiscard]] std::uint64_t firstNumber() const { return _firstNumber; }
   [[nodiscard]] std::uint32_t nextIndex() const { return static_cast<std::uint32_t>(_pieces); }
   [[nodiscard]] std::uint64_t pieces() const { return _pieces; }
-  [[nodiscard]] std::uint64_t bytes() const { return _buffer->size(); }
+  [[nodiscard]] std::uint64_t bytes() const { return _bytes; }
   /// When the newest piece came.
   [[nodiscard]] TimePoint heard() const { return _last.arrival; }
   void excuse(Clock::duration time) { _last.arrival += time; }
@@ -41,9 +43,15 @@ class PayloadAssembly {
   static constexpr std::uint64_t pieceCost = 128;
   static constexpr std::uint64_t payloadCost = 1024;
 
+  [[nodiscard]] bool continues(const Frame& piece) const;
+  void copy(const Frame& piece);
+
   const std::uint64_t _payload;
   const std::uint64_t _firstNumber;
-  std::shared_ptr<PayloadBuffer> _buffer = SpareBuffers::shared().make();
+  std::uint64_t _bytes = 0;
+  const std::uint8_t* _begin = nullptr;   // of pieces that stay where they are
+  memory::SharedBytes _owner;             // of those
+  std::shared_ptr<memory::Buffer> _copy;  // of all, once one of them did not stay
   std::vector<std::unique_ptr<Receipt>> _receipts;
   std::uint64_t _pieces = 0;
   std::uint64_t _attributesCost = 0;  // of the newest piece

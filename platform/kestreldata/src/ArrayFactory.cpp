@@ -32,16 +32,17 @@ std::size_t requiredElements(ArrayType type, const Dimensions& dimensions) {
 
 detail::Bytes copiedBytes(ArrayType type, const void* data, std::size_t byteCount) {
   if (byteCount == 0) return {};
-  detail::Bytes bytes(static_cast<const char*>(data), byteCount);
+  detail::Bytes bytes(data, byteCount);
   // A bool with any other representation than 0 and 1 must never be read.
   if (type == ArrayType::LOGICAL)
-    std::ranges::transform(bytes, bytes.begin(), [](char byte) { return byte == 0 ? '\0' : '\1'; });
+    std::transform(bytes.begin(), bytes.end(), bytes.data(),
+                   [](char byte) { return byte == 0 ? '\0' : '\1'; });
   return bytes;
 }
 
 template <typename Character>
 Array makeRow(std::basic_string_view<Character> characters) {
-  std::string bytes(characters.size() * sizeof(char16_t), '\0');
+  detail::Bytes bytes(characters.size() * sizeof(char16_t));
   auto* out = reinterpret_cast<char16_t*>(bytes.data());
   std::ranges::transform(characters, out,
                          [](Character character) { return static_cast<char16_t>(character); });
@@ -60,8 +61,9 @@ Array ArrayFactory::createArray(ArrayType type, const ArrayDimensions& sizes) co
     return BodyAccess::make(type, std::move(dimensions), elements, detail::Strings(elements, String()));
   if (type == ArrayType::CELL)
     return BodyAccess::make(type, std::move(dimensions), elements, detail::Cells(elements));
-  return BodyAccess::make(type, std::move(dimensions), elements,
-                          detail::Bytes(elements * fixedElementSize(type), '\0'));
+  detail::Bytes zeros(elements * fixedElementSize(type));
+  std::fill_n(zeros.data(), zeros.size(), '\0');
+  return BodyAccess::make(type, std::move(dimensions), elements, std::move(zeros));
 }
 
 Array ArrayFactory::createArrayWithData(ArrayType type, const ArrayDimensions& sizes, const void* data,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -35,7 +36,8 @@ std::optional<std::size_t> elementCount(const Dimensions& dimensions, std::size_
   // Without elements the other sizes may be anything: their product is never formed.
   for (std::size_t i = 0; i < dimensions.count(); ++i)
     if (dimensions[i] == 0) return 0;
-  const std::size_t limit = Bytes().max_size() / std::max<std::size_t>(elementSize, 1);
+  constexpr std::size_t most = std::numeric_limits<std::ptrdiff_t>::max();
+  const std::size_t limit = most / std::max<std::size_t>(elementSize, 1);
   std::size_t product = 1;
   for (std::size_t i = 0; i < dimensions.count(); ++i) {
     if (dimensions[i] > limit / product) return std::nullopt;
@@ -62,7 +64,11 @@ void BodyPointer::release() noexcept {
 }
 
 Body* BodyPointer::unshared() {
-  if (_body == nullptr || _body->references.load(std::memory_order_acquire) == 1) return _body;
+  if (_body == nullptr) return _body;
+  if (_body->references.load(std::memory_order_acquire) == 1) {
+    if (auto* const bytes = std::get_if<Bytes>(&_body->content)) bytes->own();
+    return _body;
+  }
   *this = BodyPointer(new Body{.type = _body->type,
                                .dimensions = _body->dimensions,
                                .elements = _body->elements,

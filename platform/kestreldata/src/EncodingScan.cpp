@@ -1,23 +1,17 @@
 #include "EncodingScan.hpp"
 
 #include <algorithm>
-#include <array>
 #include <limits>
+#include <vector>
 
 #include "Requirement.hpp"
 #include "StructureCost.hpp"
 #include "Wire.hpp"
+#include "WireReader.hpp"
 
 namespace kestreldata::detail {
 
 namespace {
-
-// Protobuf's wire types; the two for groups occur in no message of ours.
-enum WireType : unsigned { varint = 0, fixed64 = 1, lengthDelimited = 2, fixed32 = 5 };
-
-[[noreturn]] void refuse(const char* expected) {
-  throw SerializationException("Invalid array message: expected " + std::string(expected));
-}
 
 /// The product of dimensions; one that overflows is more than any message can hold.
 class Product {
@@ -35,7 +29,9 @@ class Product {
 
 /// What has been seen of a message that has begun and not ended.
 struct Level {
-  const std::uint8_t* end = nullptr;
+  explicit Level(std::span<const std::uint8_t> message) : in(message) {}
+
+  WireReader in;
   std::uint32_t type = 0;
   std::uint64_t rows = 0;
   std::uint64_t columns = 0;
@@ -46,84 +42,48 @@ struct Level {
 
 class Scan {
  public:
-  explicit Scan(std::span<const std::uint8_t> bytes) : _at(bytes.data()) {
-    _levels.front().end = bytes.data() + bytes.size();
-  }
+  explicit Scan(std::span<const std::uint8_t> bytes) { _levels.push_back(Level(bytes)); }
 
   void run() {
-    for (;;) {
-      if (_at != level().end) {
-        field();
-      } else if (finish(); _depth-- == 1) {
-        return;
+    while (!_levels.empty()) {
+      if (level().in.atEnd()) {
+        finish();
+        _levels.pop_back();
+      } else {
+        take(level().in.field());
       }
     }
   }
 
  private:
-  [[nodiscard]] Level& level() { return _levels[_depth - 1]; }
+  [[nodiscard]] Level& level() { return _levels.back(); }
 
-  void field() {
-    const std::uint64_t key = number();
-    const std::uint64_t field = key >> 3;
-    switch (key & 7) {
-      case varint:
-        return take(field, number());
-      case fixed64:
-        return skip(8);
-      case fixed32:
-        return skip(4);
-      case lengthDelimited:
-        return takeBytes(field, number());
-      default:
-        refuse("a field of a known wire type");
-    }
+  void take(const WireReader::Field& field) {
+    if (field.type == WireReader::Type::bytes) return takeBytes(field);
+    if (field.type != WireReader::Type::varint) return;
+    if (field.number == fieldNumber(Tag::type)) level().type = static_cast<std::uint32_t>(field.value);
+    if (field.number == fieldNumber(Tag::rows)) level().rows = field.value;
+    if (field.number == fieldNumber(Tag::columns)) level().columns = field.value;
+    if (field.number == fieldNumber(Tag::higherDimensions)) addHigherDimension(field.value);
+    if (field.number == fieldNumber(Tag::stringLengths)) addLengths(1);
   }
 
-  [[nodiscard]] std::uint64_t number() {
-    std::uint64_t value = 0;
-    for (unsigned shift = 0; shift < 70; shift += 7) {
-      if (_at == level().end) refuse("a number that ends within its message");
-      const std::uint8_t byte = *_at++;
-      value |= std::uint64_t{byte & 127U} << shift;
-      if (byte < 128) return value;
-    }
-    refuse("a number of at most 10 bytes");
+  void takeBytes(const WireReader::Field& field) {
+    const auto bytes = field.bytes;
+    if (field.number == fieldNumber(Tag::cells)) return enter(bytes);
+    if (field.number == fieldNumber(Tag::stringLengths))
+      addLengths(
+          static_cast<std::size_t>(std::ranges::count_if(bytes, [](auto byte) { return byte < 128; })));
+    if (field.number != fieldNumber(Tag::higherDimensions)) return;
+    for (WireReader sizes(bytes); !sizes.atEnd();) addHigherDimension(sizes.number());
   }
 
-  void skip(std::uint64_t bytes) {
-    if (bytes > static_cast<std::uint64_t>(level().end - _at)) refuse("a field that ends within its message");
-    _at += bytes;
-  }
-
-  void take(std::uint64_t field, std::uint64_t value) {
-    if (field == fieldNumber(Tag::type)) level().type = static_cast<std::uint32_t>(value);
-    if (field == fieldNumber(Tag::rows)) level().rows = value;
-    if (field == fieldNumber(Tag::columns)) level().columns = value;
-    if (field == fieldNumber(Tag::higherDimensions)) addHigherDimension(value);
-    if (field == fieldNumber(Tag::stringLengths)) addLengths(1);
-  }
-
-  void takeBytes(std::uint64_t field, std::uint64_t size) {
-    const std::uint8_t* const begin = _at;
-    skip(size);
-    if (field == fieldNumber(Tag::cells)) return enter(begin);
-    if (field == fieldNumber(Tag::stringLengths))
-      addLengths(static_cast<std::size_t>(std::count_if(begin, _at, [](auto byte) { return byte < 128; })));
-    if (field != fieldNumber(Tag::higherDimensions)) return;
-    const std::uint8_t* const end = _at;
-    for (_at = begin; _at < end;) addHigherDimension(number());
-    if (_at != end) refuse("dimensions that end with their field");
-  }
-
-  void enter(const std::uint8_t* begin) {
+  void enter(std::span<const std::uint8_t> cell) {
     ++level().cells;
     _cost.addArrays(1);
-    require(_depth < maxNestingDepth, "a nesting depth of at most", maxNestingDepth, _depth + 1);
-    _levels[_depth] = Level();
-    _levels[_depth].end = _at;
-    _at = begin;
-    ++_depth;
+    require(_levels.size() < maxNestingDepth, "a nesting depth of at most", maxNestingDepth,
+            _levels.size() + 1);
+    _levels.push_back(Level(cell));
   }
 
   void addHigherDimension(std::uint64_t size) {
@@ -145,9 +105,7 @@ class Scan {
     requireEqual("string lengths,", type == ArrayType::STRING ? elements.value() : 0, level().lengths);
   }
 
-  const std::uint8_t* _at;
-  std::size_t _depth = 1;
-  std::array<Level, maxNestingDepth> _levels;  // from the outermost message to the one that is being read
+  std::vector<Level> _levels;  // from the outermost message to the one that is being read
   StructureCost _cost;
 };
 

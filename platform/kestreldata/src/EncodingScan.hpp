@@ -6,7 +6,7 @@
 
 namespace kestreldata::detail {
 
-/// Walks over an encoding, as SerializationContext::checkEncoding() describes. Needs no memory of its own and
+/// Walks over an encoding, as SerializationContext::checkEncoding() describes. Needs next to no memory and
 /// passes over payloads without reading them.
 void scanEncoding(std::span<const std::uint8_t> bytes);
 

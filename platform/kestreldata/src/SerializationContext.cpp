@@ -3,10 +3,12 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "Decoder.hpp"
 #include "EncodingScan.hpp"
 #include "Wire.hpp"
+#include "kestrel/memory/Buffer.hpp"
 #include "kestreldata/ArrayFactory.hpp"
 #include "kestreldata/Exceptions.hpp"
 
@@ -43,7 +45,14 @@ void SerializationContext::checkEncoding(const void* data, std::size_t size) con
 
 Array SerializationContext::convertFromProtobuf(std::unique_ptr<KESTREL_Array> message) const {
   if (message == nullptr) throw SerializationException("Expected a parsed array message, got none");
-  return detail::decode(*message);
+  const std::shared_ptr<const KESTREL_Array> kept(std::move(message));
+  return detail::decode(detail::encodingOf(*kept), {kept, kept->ByteSizeLong()});
+}
+
+Array SerializationContext::decode(const void* data, std::size_t size) const {
+  checkEncoding(data, size);
+  const auto encoding = detail::readEncoding({static_cast<const std::uint8_t*>(data), size});
+  return detail::decode(encoding, {kestrel::memory::ownerOf(data, size), size});
 }
 
 }  // namespace kestreldata

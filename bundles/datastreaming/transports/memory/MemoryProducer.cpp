@@ -17,7 +17,7 @@ MemoryProducer::~MemoryProducer() {
 
 ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
   const std::uint64_t cost = ByteBudget::costOf(message.size, message.attributes);
-  if (message.size >= MessageBytes::pooledFrom) {  // before a large copy is made in vain
+  if (message.size >= memory::leastKept) {  // before a large copy is made in vain
     if (auto why = _stream->refusal(message.size, cost)) return {std::move(why), {}};
   }
   const auto copy =

@@ -38,8 +38,8 @@ void MemoryReceiver::handle(MemoryQueue::Entry& entry) {
   Frame frame;
   frame.stamp = message.stamp;
   frame.arrival = message.arrival;
-  frame.data = message.bytes.data();
-  frame.size = message.bytes.size();
+  frame.data = message.data();
+  frame.size = message.size();
   frame.attributes = message.attributes;
   frame.owner = std::move(entry.message);
   frame.charge = std::move(entry.charge);

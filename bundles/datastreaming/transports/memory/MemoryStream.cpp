@@ -40,7 +40,7 @@ std::optional<std::string> MemoryStream::publish(const std::shared_ptr<MemoryMes
                                                  std::uint64_t cost) {
   // Only this function takes room, and it does so under the lock: room that was seen stays.
   const callbacks::MutexLock lock(_mutex);
-  if (auto why = refusalLocked(message->bytes.size(), cost)) return why;
+  if (auto why = refusalLocked(message->size(), cost)) return why;
   message->arrival = Clock::now();
   for (const auto& queue : _queues) queue->push(message, cost);
   return std::nullopt;

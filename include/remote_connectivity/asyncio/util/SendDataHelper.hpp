@@ -39,6 +39,11 @@ class REMOTE_CONNECTIVITY_EXPORT SendDataHelper {
   std::shared_future<std::string> send(const std::vector<std::uint8_t>& data, AttributeMap&& attributes,
                                        std::size_t msgSizeLimit, std::size_t msgRateLimit);
 
+  /// The same for bytes that lie elsewhere; they are read during the call only, unless the send function
+  /// shares them.
+  std::shared_future<std::string> send(const std::uint8_t* data, std::size_t size, AttributeMap&& attributes,
+                                       std::size_t msgSizeLimit, std::size_t msgRateLimit);
+
   /// Sends one message under the rate limit. When the limit of the current second is used up, sleeps until
   /// 1.2 s after that second began.
   std::shared_future<std::string> sendWithLimit(const std::uint8_t* data, std::size_t size,
@@ -65,6 +70,10 @@ class REMOTE_CONNECTIVITY_EXPORT SendDataHelper {
   };
   REMOTE_CONNECTIVITY_LOCAL SendDataHelper(const SendFunction& sendFunc, Clock clock);
 
+  REMOTE_CONNECTIVITY_LOCAL std::shared_future<std::string> split(const std::uint8_t* data, std::size_t size,
+                                                                  AttributeMap& attributes,
+                                                                  std::size_t msgSizeLimit,
+                                                                  std::size_t msgRateLimit);
   REMOTE_CONNECTIVITY_LOCAL bool enter();
   REMOTE_CONNECTIVITY_LOCAL void leave();
   REMOTE_CONNECTIVITY_LOCAL bool waitForPeriod(std::chrono::nanoseconds elapsed);

@@ -65,10 +65,16 @@ class KESTRELDATA_EXPORT SerializationContext {
   /// maxStructureBytes for the rest. Below 16 KiB, where parsing is harmless, everything passes.
   void checkEncoding(const void* data, std::size_t size) const;
 
-  /// The array that a parsed message stands for; takes the parsed elements over without copying them. Throws
-  /// SerializationException for a message that is torn, contradicts itself or is nested deeper than
-  /// maxNestingDepth, before anything is allocated for its elements. A null message counts as a torn one.
+  /// The array that a parsed message stands for. A large array that is half of the message or more holds on
+  /// to the message instead of copying its elements. Throws SerializationException for a message that is
+  /// torn, contradicts itself or is nested deeper than maxNestingDepth, before anything is allocated for its
+  /// elements. A null message counts as a torn one.
   [[nodiscard]] Array convertFromProtobuf(std::unique_ptr<KESTREL_Array> message) const;
+
+  /// The array of an encoding of any origin: what checkEncoding(), parsing and convertFromProtobuf() give one
+  /// after the other, without a message between. Where the bytes lie in a frozen kestrel::memory::Buffer, a
+  /// large array that is half of them or more holds on to them instead of copying its elements.
+  [[nodiscard]] Array decode(const void* data, std::size_t size) const;
 };
 
 }  // namespace kestreldata

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <string>
 #include <type_traits>
 #include <variant>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "kestreldata/Array.hpp"
 #include "kestreldata/ArrayType.hpp"
 #include "kestreldata/ElementTraits.hpp"
+#include "kestreldata/detail/Bytes.hpp"
 
 namespace kestreldata::detail {
 
@@ -31,9 +31,6 @@ struct KESTRELDATA_EXPORT Dimensions {
   bool operator==(const Dimensions&) const = default;
 };
 
-/// Elements of one size, back to back. A string, because the protobuf layer can lend and take over strings
-/// without copying them; its storage is aligned for every element type.
-using Bytes = std::string;
 using Strings = std::vector<optional<String>>;
 using Cells = std::vector<Array>;
 

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "kestreldata/SerializationContext.hpp"
+#include "kestreldata/detail/Body.hpp"
+
+namespace kestreldata::detail {
+
+/// What a message says, sound or not. The payload lies where the message lies.
+struct Encoding {
+  std::uint32_t type = 0;
+  std::uint32_t endMark = 0;
+  Dimensions dimensions;
+  std::span<const std::uint8_t> payload;
+  std::vector<std::uint64_t> stringLengths;
+  std::vector<Encoding> cells;
+};
+
+/// Reads an encoding. Throws SerializationException where the bytes are no message, or one that is nested
+/// deeper than maxNestingDepth.
+[[nodiscard]] Encoding readEncoding(std::span<const std::uint8_t> bytes);
+
+/// The same of a message that was parsed.
+[[nodiscard]] Encoding encodingOf(const KESTREL_Array& message, std::size_t depth = 1);
+
+}  // namespace kestreldata::detail

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "kestrel/export/Export.hpp"
+
+namespace kestrel::memory {
+
+/// Who holds bytes that nobody writes to any more; get() is the first of them.
+using SharedBytes = std::shared_ptr<const std::uint8_t>;
+
+/// Bytes that grow at their end, in blocks of allocate(). Once they are frozen they may be shared by whoever
+/// has a pointer into them. One thread at a time; frozen, any number may read.
+class KESTREL_EXPORT Buffer {
+ public:
+  Buffer() noexcept = default;
+  /// That many bytes, of undefined content. Throws std::bad_alloc.
+  explicit Buffer(std::size_t size);
+  Buffer(Buffer&& other) noexcept;
+  Buffer& operator=(Buffer&& other) noexcept;
+  ~Buffer();
+
+  /// Makes room for that many bytes in all. Throws std::bad_alloc, and changes nothing then.
+  void reserve(std::size_t capacity);
+  /// Adds a copy. The room grows at least by half. Throws std::bad_alloc, and changes nothing then.
+  void append(const void* data, std::size_t size);
+
+  /// Lets ownerOf() find the bytes, if they are `leastKept` or more and there is memory for that. They must
+  /// not change from now on.
+  void freeze() noexcept;
+
+  [[nodiscard]] std::uint8_t* data() noexcept { return _data; }
+  [[nodiscard]] const std::uint8_t* data() const noexcept { return _data; }
+  [[nodiscard]] std::size_t size() const noexcept { return _size; }
+  [[nodiscard]] std::size_t capacity() const noexcept { return _capacity; }
+
+ private:
+  std::uint8_t* _data = nullptr;
+  std::size_t _size = 0;
+  std::size_t _capacity = 0;
+  SharedBytes _shared;  // holds the memory once it is frozen
+};
+
+/// Who holds these bytes, if all of them lie in one frozen Buffer: a copy of it keeps them, as they are.
+/// Otherwise empty, and a copy of the bytes must be made. Safe from any thread.
+[[nodiscard]] KESTREL_EXPORT SharedBytes ownerOf(const void* data, std::size_t size) noexcept;
+
+}  // namespace kestrel::memory

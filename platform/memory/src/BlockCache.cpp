@@ -1,0 +1,59 @@
+#include "BlockCache.hpp"
+
+#include <algorithm>
+#include <bit>
+
+#include "Mapping.hpp"
+
+namespace kestrel::memory {
+
+std::size_t BlockCache::capacityFor(std::size_t size) noexcept {
+  const std::size_t step = std::max(std::bit_floor(size) / 4, size > hugePageSize ? hugePageSize : pageSize);
+  return (size + step - 1) / step * step;
+}
+
+void* BlockCache::take(std::size_t capacity) {
+  const auto found = _byCapacity.find(capacity);
+  if (found == _byCapacity.end() || found->second.empty()) return nullptr;
+  const auto newest = found->second.back();
+  found->second.pop_back();
+  if (found->second.empty()) _byCapacity.erase(found);
+  void* const pages = newest->block.pages;
+  _ages.erase(newest);
+  _kept -= capacity;
+  return pages;
+}
+
+void BlockCache::keep(Block block, Clock::time_point now, std::vector<Block>& surplus) {
+  if (block.capacity > _limit) return surplus.push_back(block);
+  shrinkTo(_limit - block.capacity, surplus);
+  auto& same = _byCapacity[block.capacity];
+  same.reserve(same.size() + 1);  // all that can fail comes before anything is changed
+  same.push_back(_ages.insert(_ages.end(), {block, now}));
+  _kept += block.capacity;
+}
+
+void BlockCache::expire(Clock::time_point before, std::vector<Block>& surplus) {
+  while (!_ages.empty() && _ages.front().since < before) dropOldest(surplus);
+}
+
+void BlockCache::setLimit(std::size_t limit, std::vector<Block>& surplus) {
+  _limit = limit;
+  shrinkTo(limit, surplus);
+}
+
+void BlockCache::shrinkTo(std::size_t bytes, std::vector<Block>& surplus) {
+  while (_kept > bytes) dropOldest(surplus);
+}
+
+void BlockCache::dropOldest(std::vector<Block>& surplus) {
+  const Block block = _ages.front().block;
+  surplus.push_back(block);
+  const auto same = _byCapacity.find(block.capacity);
+  same->second.erase(same->second.begin());
+  if (same->second.empty()) _byCapacity.erase(same);
+  _ages.pop_front();
+  _kept -= block.capacity;
+}
+
+}  // namespace kestrel::memory

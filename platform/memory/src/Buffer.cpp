@@ -1,0 +1,66 @@
+#include "kestrel/memory/Buffer.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "SharedBlocks.hpp"
+#include "kestrel/memory/Blocks.hpp"
+
+namespace kestrel::memory {
+
+Buffer::Buffer(std::size_t size) {
+  reserve(size);
+  _size = size;
+}
+
+Buffer::Buffer(Buffer&& other) noexcept
+    : _data(std::exchange(other._data, nullptr)),
+      _size(std::exchange(other._size, 0)),
+      _capacity(std::exchange(other._capacity, 0)),
+      _shared(std::move(other._shared)) {}
+
+Buffer& Buffer::operator=(Buffer&& other) noexcept {
+  Buffer moved(std::move(other));
+  std::swap(_data, moved._data);
+  std::swap(_size, moved._size);
+  std::swap(_capacity, moved._capacity);
+  std::swap(_shared, moved._shared);
+  return *this;
+}
+
+Buffer::~Buffer() {
+  if (!_shared && _data != nullptr) release(_data, _capacity);
+}
+
+void Buffer::reserve(std::size_t capacity) {
+  if (capacity <= _capacity) return;
+  Buffer larger;
+  larger._data = static_cast<std::uint8_t*>(allocate(capacity));
+  larger._capacity = capacity;
+  larger._size = _size;
+  if (_size > 0) std::memcpy(larger._data, _data, _size);
+  *this = std::move(larger);
+}
+
+void Buffer::append(const void* data, std::size_t size) {
+  if (size == 0) return;
+  if (size > _capacity - _size) reserve(std::max(_size + size, _capacity + _capacity / 2));
+  std::memcpy(_data + _size, data, size);
+  _size += size;
+}
+
+void Buffer::freeze() noexcept {
+  if (_shared || _size < leastKept) return;
+  try {
+    _shared = SharedBlocks::shared().add(_data, _size, _capacity);
+  } catch (const std::bad_alloc&) {  // then whoever needs the bytes copies them
+  }
+}
+
+SharedBytes ownerOf(const void* data, std::size_t size) noexcept {
+  return SharedBlocks::shared().find(static_cast<const std::uint8_t*>(data), size);
+}
+
+}  // namespace kestrel::memory

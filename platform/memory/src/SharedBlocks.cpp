@@ -1,0 +1,57 @@
+#include "SharedBlocks.hpp"
+
+#include <iterator>
+
+#include "kestrel/memory/Blocks.hpp"
+
+namespace kestrel::memory {
+
+/// Gives the block back when nobody holds it any more.
+struct SharedBlocks::Holder {
+  Holder() = default;
+  ~Holder() {
+    if (block == nullptr) return;
+    shared().remove(block);  // first: the next block may begin at this address
+    release(block, capacity);
+  }
+  Holder(const Holder&) = delete;
+  Holder& operator=(const Holder&) = delete;
+
+  std::uint8_t* block = nullptr;
+  std::size_t capacity = 0;
+};
+
+SharedBlocks& SharedBlocks::shared() {
+  static auto* const blocks = new SharedBlocks;
+  return *blocks;
+}
+
+SharedBytes SharedBlocks::add(std::uint8_t* block, std::size_t size, std::size_t capacity) {
+  const auto holder = std::make_shared<Holder>();
+  const callbacks::MutexLock lock(_mutex);
+  Entry& entry = _entries[block];
+  // From here on nothing fails.
+  holder->block = block;
+  holder->capacity = capacity;
+  SharedBytes owner(holder, block);
+  entry.size = size;
+  entry.owner = owner;
+  return owner;
+}
+
+SharedBytes SharedBlocks::find(const std::uint8_t* data, std::size_t size) {
+  const callbacks::MutexLock lock(_mutex);
+  const auto behind = _entries.upper_bound(data);
+  if (behind == _entries.begin()) return {};
+  const auto& [begin, entry] = *std::prev(behind);
+  const auto offset = static_cast<std::size_t>(data - begin);
+  if (offset > entry.size || size > entry.size - offset) return {};
+  return entry.owner.lock();
+}
+
+void SharedBlocks::remove(const std::uint8_t* block) noexcept {
+  const callbacks::MutexLock lock(_mutex);
+  _entries.erase(block);
+}
+
+}  // namespace kestrel::memory

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+
+#include "kestrel/callbacks/ThreadSafety.hpp"
+#include "kestrel/memory/Buffer.hpp"
+
+namespace kestrel::memory {
+
+/// The frozen blocks of the process, by address. Safe from any thread.
+class SharedBlocks {
+ public:
+  /// Never destroyed: blocks are let go of until the very end of the process.
+  static SharedBlocks& shared();
+
+  /// Takes over a block of allocate(), of which the first `size` bytes are to be found. Throws
+  /// std::bad_alloc, and the block stays the caller's.
+  [[nodiscard]] SharedBytes add(std::uint8_t* block, std::size_t size, std::size_t capacity);
+  /// The owner of the block in which all of these bytes lie; empty if there is none.
+  [[nodiscard]] SharedBytes find(const std::uint8_t* data, std::size_t size);
+
+ private:
+  struct Holder;
+  struct Entry {
+    std::size_t size = 0;
+    std::weak_ptr<const std::uint8_t> owner;
+  };
+
+  void remove(const std::uint8_t* block) noexcept;
+
+  callbacks::Mutex _mutex;
+  std::map<const std::uint8_t*, Entry> _entries KESTREL_GUARDED_BY(_mutex);
+};
+
+}  // namespace kestrel::memory

@@ -1,6 +1,7 @@
 // The messenger over streams in the process, each figure beside its yardstick.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <sys/resource.h>
 
 #include <deque>
 
@@ -33,6 +34,36 @@ void requestAndResponse(benchmark::State& state) {
   state.counters["hand_offs"] = p50 / handOff;
 }
 BENCHMARK(requestAndResponse)->MinTime(2)->UseRealTime();
+
+double processorSeconds() {
+  rusage used{};
+  getrusage(RUSAGE_SELF, &used);
+  const auto seconds = [](const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+  };
+  return seconds(used.ru_utime) + seconds(used.ru_stime);
+}
+
+/// A request after each pause, in microseconds. To compare: the same with KESTREL_SHORT_WAITS=off.
+void conversation(benchmark::State& state) {
+  const std::chrono::microseconds pause(state.range(0));
+  Pair pair;
+  echoRequests(*pair.far);
+  const DataStruct message(bytesArray(smallSize));
+  for (int i = 0; i < 1000; ++i) benchmark::DoNotOptimize(pair.near->request(message));
+  std::vector<double> samples;
+  const double usedBefore = processorSeconds();
+  const auto begin = Clock::now();
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    benchmark::DoNotOptimize(pair.near->request(message));
+    samples.push_back(secondsSince(start));
+    if (pause.count() > 0) std::this_thread::sleep_for(pause);
+  }
+  state.counters["p50_us"] = median(std::move(samples)) * 1e6;
+  state.counters["percent_of_a_core"] = 100 * (processorSeconds() - usedBefore) / secondsSince(begin);
+}
+BENCHMARK(conversation)->ArgName("pause_us")->Arg(0)->Arg(300)->Arg(10'000)->MinTime(1)->UseRealTime();
 
 /// To reach: 100,000 a second on two cores.
 void requestsFromEightThreads(benchmark::State& state) {

@@ -1,6 +1,7 @@
 // How a messenger sends, and how it waits for the responses to its requests.
 #include <utility>
 
+#include "kestrel/callbacks/ShortWait.hpp"
 #include "kestrel/interrupt/UserInterruptFacility.hpp"
 #include "messenger/MessengerLog.hpp"
 #include "messenger/SendReceiveDataStream.hpp"
@@ -65,17 +66,22 @@ DataStruct SendReceiveDataStream::getAsyncRequestResult(const std::shared_future
 
 /// Waits in slices until the future is ready; false at the deadline or when the user interrupts.
 bool SendReceiveDataStream::waitForResult(const std::shared_future<DataStruct>& future) const {
-  const auto deadline = Clock::now() + _timing.requestTimeout;
-  const bool observed = kestrel::interrupt::interruptsObserved();
-  const auto readyWithinSlice = [&] {
-    const auto status = future.wait_for(_timing.waitSlice);
+  thread_local kestrel::callbacks::ShortWait waits;
+  const auto readyWithin = [&](Clock::duration time) {
+    const auto status = future.wait_for(time);
     if (status == std::future_status::deferred) future.wait();
     return status != std::future_status::timeout;
   };
-  while (!readyWithinSlice()) {
+  const auto deadline = Clock::now() + _timing.requestTimeout;
+  const bool observed = kestrel::interrupt::interruptsObserved();
+  bool ready = waits.look([&] { return readyWithin({}); });
+  while (!ready) {
+    ready = readyWithin(_timing.waitSlice);
+    if (ready) break;
     if (observed && kestrel::interrupt::interruptPending()) return false;
     if (Clock::now() >= deadline) return false;
   }
+  waits.end(Clock::now());
   return true;
 }
 

@@ -4,6 +4,7 @@
 
 #include "Waiting.hpp"
 #include "delivery/ErrorReporter.hpp"
+#include "kestrel/callbacks/ShortWait.hpp"
 #include "sequencing/ProducerStamper.hpp"
 
 namespace kestrel::streams {
@@ -23,6 +24,22 @@ TEST(ErrorReporter, DropsTasksPastItsBound) {
     go.open();
   }  // which waits for the tasks that were taken
   EXPECT_EQ(ran, 3);
+}
+
+TEST(ShortWaitPolicy, LooksWhereWaitsAreShortUnlessItHasLookedInVain) {
+  using namespace std::chrono_literals;
+  callbacks::ShortWaitPolicy policy;
+  const auto waits = [&](int times, auto took, bool looked, bool found) {
+    for (int i = 0; i < times; ++i) policy.ended(took, looked, found);
+    return policy.mayLook();
+  };
+  EXPECT_FALSE(policy.mayLook()) << "of waits to come nothing is known";
+  EXPECT_TRUE(waits(100, 30us, false, false));
+  EXPECT_TRUE(waits(3, 30us, true, false) && waits(1, 1us, true, true) && waits(3, 30us, true, false));
+  EXPECT_FALSE(waits(1, 30us, true, false));
+  EXPECT_FALSE(waits(policy.restingWaits - 1, 30us, false, false));
+  EXPECT_TRUE(waits(1, 30us, false, false));
+  EXPECT_FALSE(waits(2, 50s, false, false));
 }
 
 /// The fates of a producer's messages: plain ones 'm', pieces 'p', last pieces 'l', faulty ones 'f', of which

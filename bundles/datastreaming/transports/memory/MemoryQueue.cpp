@@ -19,6 +19,7 @@ void MemoryQueue::add(Entry entry) {
   {
     const callbacks::MutexLock lock(_mutex);
     _entries.push_back(std::move(entry));
+    _filled.store(true, std::memory_order_release);
     wake = std::exchange(_waiting, false);
   }
   if (wake) _wake.notify_one();
@@ -28,6 +29,8 @@ std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optio
   constexpr std::size_t keptCapacity = 16384;
   batch.clear();
   if (batch.capacity() > keptCapacity) batch = std::vector<Entry>();
+  const bool waits = quiet();
+  (void)(waits && _waits.look([this] { return !quiet(); }));
   callbacks::UniqueLock lock(_mutex);
   while (_entries.empty() && !stopped()) {
     _waiting = true;
@@ -40,13 +43,22 @@ std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optio
   _waiting = false;
   if (stopped()) return std::nullopt;
   batch.swap(_entries);
-  return Clock::now();
+  _filled.store(false, std::memory_order_relaxed);
+  const auto now = Clock::now();
+  if (waits) _waits.end(now);
+  return now;
+}
+
+/// Nothing is queued, as far as can be seen without the lock.
+bool MemoryQueue::quiet() const {
+  return !_filled.load(std::memory_order_acquire) && !stopped();
 }
 
 std::uint64_t MemoryQueue::dropMessages() {
   const callbacks::MutexLock lock(_mutex);
   const auto messages = std::ranges::count(_entries, Kind::message, &Entry::kind);
   _entries.clear();
+  _filled.store(false, std::memory_order_relaxed);
   return static_cast<std::uint64_t>(messages);
 }
 

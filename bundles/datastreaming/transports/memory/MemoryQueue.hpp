@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "kestrel/callbacks/ShortWait.hpp"
 #include "kestrel/callbacks/ThreadSafety.hpp"
 #include "transports/memory/MemoryMessage.hpp"
 
@@ -45,12 +46,15 @@ class MemoryQueue {
 
  private:
   void add(Entry entry);
+  [[nodiscard]] bool quiet() const;
 
   ByteBudget _budget;                 // outlives the charges in _entries
   std::atomic<bool> _stopped{false};  // set under _mutex
   callbacks::Mutex _mutex;
   std::condition_variable _wake;
   std::vector<Entry> _entries KESTREL_GUARDED_BY(_mutex);
+  std::atomic<bool> _filled{false};                  // whether there are any; set under _mutex
+  callbacks::ShortWait _waits;                       // the taker's
   bool _waiting KESTREL_GUARDED_BY(_mutex) = false;  // the taker sleeps and nobody has woken it yet
 };
 

@@ -1,0 +1,165 @@
+// Ways to talk to a far side, ours and others', side by side in one run. Prints a line for each measurement:
+// work, way, value, unit, separated by tabs; of several runs the median.
+//   peers_bench [RUNS]             all of them
+//   peers_bench serve NAME ADDRESS the far side of one, until standard input ends
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <map>
+
+#include "../../tests/datastreaming/NatsServer.hpp"
+#include "../Yardsticks.hpp"
+#include "Peer.hpp"
+
+namespace {
+
+using namespace bench;
+
+std::vector<PeerKind> allKinds(const std::string& natsUrl, const std::string& folder) {
+  std::vector<PeerKind> kinds;
+  for (auto&& some : {kestrelKinds(natsUrl), zeroMqKinds(folder), grpcKinds(folder), natsKinds(natsUrl)})
+    kinds.insert(kinds.end(), some.begin(), some.end());
+  return kinds;
+}
+
+/// The far side of a peer, in a process that ends with this object.
+class FarSide {
+ public:
+  explicit FarSide(const PeerKind& kind) {
+    if (!kind.serve) return;
+    int life[2], ready[2];
+    if (::pipe2(life, O_CLOEXEC) != 0 || ::pipe2(ready, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+    _process = ::fork();
+    if (_process == 0) {
+      ::dup2(life[0], STDIN_FILENO);
+      ::dup2(ready[1], STDOUT_FILENO);
+      ::execl("/proc/self/exe", "peers_bench", "serve", kind.name.c_str(), kind.address.c_str(), nullptr);
+      ::_exit(127);
+    }
+    ::close(life[0]);
+    ::close(ready[1]);
+    _life = life[1];
+    char byte = 0;
+    if (::read(ready[0], &byte, 1) != 1) throw std::runtime_error("no far side: " + kind.name);
+    ::close(ready[0]);
+  }
+  ~FarSide() {
+    if (_process <= 0) return;
+    ::close(_life);
+    ::waitpid(_process, nullptr, 0);
+  }
+  FarSide(const FarSide&) = delete;
+  FarSide& operator=(const FarSide&) = delete;
+
+ private:
+  pid_t _process = -1;
+  int _life = -1;
+};
+
+int serve(const std::string& name, const std::string& address) {
+  for (const PeerKind& kind : allKinds(address, "")) {
+    if (kind.name != name) continue;
+    const auto far = kind.serve(address);
+    std::cout << 'r' << std::flush;
+    char byte = 0;
+    while (::read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+    std::_Exit(0);
+  }
+  return 1;
+}
+
+double exchangeTime(Peer& peer, std::size_t bytes, int rounds) {
+  peer.load(bytes);
+  std::vector<double> samples;
+  for (int i = 0; i < rounds + rounds / 5; ++i) {
+    const auto start = Clock::now();
+    peer.exchange();
+    if (i >= rounds / 5) samples.push_back(secondsSince(start));
+  }
+  return median(std::move(samples));
+}
+
+double sendRate(Peer& peer, int messages) {
+  constexpr int window = 20'000;
+  peer.load(100);
+  const auto start = Clock::now();
+  for (int i = 1; i <= messages; ++i) {
+    peer.send();
+    if (i % window == 0) peer.settle();
+  }
+  return messages / secondsSince(start);
+}
+
+double bulkRate(Peer& peer) {
+  constexpr std::size_t bytes = 100'000'000;
+  peer.load(bytes);
+  std::vector<double> samples;
+  for (int i = 0; i < 5; ++i) {
+    const auto start = Clock::now();
+    peer.send();
+    peer.settle();
+    samples.push_back(secondsSince(start));
+  }
+  return static_cast<double>(bytes) / median(std::move(samples));
+}
+
+double manyRate(Peer& peer) {
+  constexpr int requests = 20'000, outstanding = 64;
+  peer.load(100);
+  const auto start = Clock::now();
+  peer.exchangeMany(requests, outstanding);
+  return requests / secondsSince(start);
+}
+
+struct Work {
+  const char* name;
+  const char* unit;
+  double (*measure)(Peer& peer);
+};
+
+constexpr Work works[] = {
+    {"round trip 100 B", "µs", [](Peer& peer) { return 1e6 * exchangeTime(peer, 100, 10'000); }},
+    {"round trip 1 MB", "ms", [](Peer& peer) { return 1e3 * exchangeTime(peer, 1'000'000, 100); }},
+    {"one way 100 B", "1000/s", [](Peer& peer) { return 1e-3 * sendRate(peer, 200'000); }},
+    {"one array of 100 MB", "MB/s", [](Peer& peer) { return 1e-6 * bulkRate(peer); }},
+    {"64 outstanding", "1000/s", [](Peer& peer) { return 1e-3 * manyRate(peer); }},
+};
+
+using Results = std::map<std::pair<std::size_t, std::size_t>, std::vector<double>>;  // by work and kind
+
+void measureAll(const std::vector<PeerKind>& kinds, Results& results) {
+  for (std::size_t k = 0; k < kinds.size(); ++k) {
+    const FarSide far(kinds[k]);
+    const auto peer = kinds[k].connect(kinds[k].address);
+    for (std::size_t w = 0; w < std::size(works); ++w) {
+      const double value = works[w].measure(*peer);
+      results[{w, k}].push_back(value);
+      std::fprintf(stderr, "%s, %s: %.4g %s\n", works[w].name, kinds[k].name.c_str(), value, works[w].unit);
+    }
+  }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count == 4 && std::strcmp(arguments[1], "serve") == 0) return serve(arguments[2], arguments[3]);
+  const int runs = count > 1 ? std::atoi(arguments[1]) : 3;
+  const kestrel::streams::NatsServer server;
+  const std::string folder = server.directory();
+  const auto kinds = allKinds(server.url(), folder);
+  Results results;
+  for (int run = 0; run < runs; ++run) measureAll(kinds, results);
+  for (auto& [place, values] : results) {
+    const Work& work = works[place.first];
+    std::printf("%s\t%s\t%.4g\t%s\n", work.name, kinds[place.second].name.c_str(), median(values), work.unit);
+  }
+  std::fflush(stdout);
+  std::_Exit(0);
+}

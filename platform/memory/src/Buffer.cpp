@@ -46,7 +46,7 @@ void Buffer::reserve(std::size_t capacity) {
 
 void Buffer::append(const void* data, std::size_t size) {
   if (size == 0) return;
-  if (size > _capacity - _size) reserve(std::max(_size + size, _capacity + _capacity / 2));
+  if (size > _capacity - _size) reserve(std::max(_size + size, 2 * _capacity));
   std::memcpy(_data + _size, data, size);
   _size += size;
 }

@@ -24,7 +24,7 @@ class KESTREL_EXPORT Buffer {
 
   /// Makes room for that many bytes in all. Throws std::bad_alloc, and changes nothing then.
   void reserve(std::size_t capacity);
-  /// Adds a copy. The room grows at least by half. Throws std::bad_alloc, and changes nothing then.
+  /// Adds a copy. The room doubles at least. Throws std::bad_alloc, and changes nothing then.
   void append(const void* data, std::size_t size);
 
   /// Lets ownerOf() find the bytes, if they are `leastKept` or more and there is memory for that. They must

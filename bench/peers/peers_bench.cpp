@@ -146,6 +146,30 @@ void measureAll(const std::vector<PeerKind>& kinds, Results& results) {
   }
 }
 
+void printLine(const char* work, const char* name, double value, const char* unit) {
+  std::printf("%s\t%s\t%.3g\t%s\n", work, name, value, unit);
+}
+
+/// What the machine itself can do.
+void printYardsticks() {
+  const std::vector<std::uint8_t> source(100'000'000, 1);
+  std::vector<std::uint8_t> target(source.size());
+  std::vector<double> fresh, warm;
+  for (int i = 0; i < 5; ++i) {
+    fresh.push_back(copyIntoNewBuffer(source));
+    const auto start = Clock::now();
+    std::copy(source.begin(), source.end(), target.begin());
+    asm volatile("" : : "r"(target.data()) : "memory");  // the copy must happen
+    warm.push_back(secondsSince(start));
+  }
+  const auto rate = [&](auto& samples) {
+    return static_cast<double>(source.size()) / median(samples) * 1e-6;
+  };
+  printLine("yardsticks", "copy into pages in use", rate(warm), "MB/s");
+  printLine("yardsticks", "copy into fresh pages", rate(fresh), "MB/s");
+  printLine("yardsticks", "hand-off between threads", 1e6 * medianHandOff(20'000), "µs");
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -158,8 +182,9 @@ int main(int count, char** arguments) {
   for (int run = 0; run < runs; ++run) measureAll(kinds, results);
   for (auto& [place, values] : results) {
     const Work& work = works[place.first];
-    std::printf("%s\t%s\t%.4g\t%s\n", work.name, kinds[place.second].name.c_str(), median(values), work.unit);
+    printLine(work.name, kinds[place.second].name.c_str(), median(values), work.unit);
   }
+  printYardsticks();
   std::fflush(stdout);
   std::_Exit(0);
 }

@@ -78,6 +78,7 @@ Strings takeStrings(const Encoding& message) {
     auto& string = strings.emplace_back();
     if (length == 0) continue;
     string.emplace(length - 1, u'\0');
+    if (string->empty()) continue;  // there may be no text at all
     std::memcpy(string->data(), text, string->size() * sizeof(char16_t));
     text += string->size() * sizeof(char16_t);
   }

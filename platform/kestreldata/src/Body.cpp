@@ -36,13 +36,12 @@ std::optional<std::size_t> elementCount(const Dimensions& dimensions, std::size_
   // Without elements the other sizes may be anything: their product is never formed.
   for (std::size_t i = 0; i < dimensions.count(); ++i)
     if (dimensions[i] == 0) return 0;
-  constexpr std::size_t most = std::numeric_limits<std::ptrdiff_t>::max();
-  const std::size_t limit = most / std::max<std::size_t>(elementSize, 1);
-  std::size_t product = 1;
-  for (std::size_t i = 0; i < dimensions.count(); ++i) {
-    if (dimensions[i] > limit / product) return std::nullopt;
-    product *= dimensions[i];
-  }
+  // Multiplied first and compared then: a division takes longer than all the rest.
+  std::size_t product = 1, bytes = 0;
+  for (std::size_t i = 0; i < dimensions.count(); ++i)
+    if (__builtin_mul_overflow(product, dimensions[i], &product)) return std::nullopt;
+  if (__builtin_mul_overflow(product, std::max<std::size_t>(elementSize, 1), &bytes)) return std::nullopt;
+  if (bytes > std::numeric_limits<std::ptrdiff_t>::max()) return std::nullopt;
   return product;
 }
 

@@ -1,6 +1,7 @@
 // Bytes as they come from a peer are an array or refused; an array survives its encoding; and whoever parses
 // it for a command gets a result, or an array's failure where that is allowed.
 #include <sanitizer/allocator_interface.h>
+#include <kestreldata/SerializationContext.hpp>
 #include <kestreldata/kestreldata.hpp>
 
 #include "Fuzz.hpp"

@@ -40,9 +40,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         "an array takes memory in proportion to its bytes");
   if (!isArray) return 0;
   auto message = helper->getSerializationContext().createKESTREL_Array();
-  check(message->ParseFromArray(data, static_cast<int>(size)) &&
-            helper->getSerializationContext().convertFromProtobuf(std::move(message)) == array,
-        "it is the array that its protobuf message stands for");
+  if (message->ParseFromArray(data, static_cast<int>(size))) {  // which knows no number of more than 5 bytes
+    again = helper->getSerializationContext().convertFromProtobuf(std::move(message));
+    check(again == array, "it is the array that its protobuf message stands for");
+  }
   const Bytes bytes = helper->kdaToProtobufBytes(array);
   check(!bytes.empty() && decode(bytes.data(), bytes.size(), again).empty(),
         "what was decoded can be sent on");

@@ -34,6 +34,7 @@ class WireReader {
   [[nodiscard]] Field field() {
     const std::uint64_t key = number();
     Field field{key >> 3, static_cast<Type>(key & 7), 0, {}};
+    if (field.number == 0) refuse("a field of a number from 1 on");
     switch (field.type) {
       case Type::varint:
         field.value = number();

@@ -12,7 +12,7 @@ namespace {
 
 using Type = WireReader::Type;
 
-Encoding read(std::span<const std::uint8_t> bytes, std::size_t depth);
+Encoding read(std::span<const std::uint8_t> bytes, std::size_t depth, bool counted);
 
 void takeNumber(Encoding& into, std::uint64_t field, std::uint64_t value) {
   if (field == fieldNumber(Tag::type)) into.type = static_cast<std::uint32_t>(value);
@@ -28,16 +28,16 @@ void takePacked(std::vector<std::uint64_t>& into, std::span<const std::uint8_t> 
   for (WireReader numbers(packed); !numbers.atEnd();) into.push_back(numbers.number());
 }
 
-void addCell(Encoding& into, std::span<const std::uint8_t> cell, std::size_t depth, std::size_t left) {
-  constexpr std::size_t shortestCell = 2;  // its tag and its length
-  if (into.cells.empty()) {
-    const std::size_t claimed = elementCount(into.dimensions, sizeof(Encoding)).value_or(0);
-    into.cells.reserve(std::min(claimed, 1 + left / shortestCell));
-  }
-  into.cells.push_back(read(cell, depth + 1));
+/// How many cells to make room for before the first one, when so many bytes follow it.
+std::size_t roomForCells(const Encoding& message, bool counted, std::size_t left) {
+  constexpr std::size_t usual = 4;
+  constexpr std::size_t shortest = 2;  // bytes: its tag and its length
+  if (!counted) return usual;
+  // Dimensions may still be replaced by others that are the ones that were counted.
+  return std::min(elementCount(message.dimensions, sizeof(Encoding)).value_or(0), 1 + left / shortest);
 }
 
-Encoding read(std::span<const std::uint8_t> bytes, std::size_t depth) {
+Encoding read(std::span<const std::uint8_t> bytes, std::size_t depth, bool counted) {
   require(depth <= maxNestingDepth, "a nesting depth of at most", maxNestingDepth, depth);
   Encoding encoding;
   for (WireReader in(bytes); !in.atEnd();) {
@@ -51,15 +51,18 @@ Encoding read(std::span<const std::uint8_t> bytes, std::size_t depth) {
     if (field.number == fieldNumber(Tag::higherDimensions))
       takePacked(encoding.dimensions.higher, field.bytes);
     if (field.number == fieldNumber(Tag::stringLengths)) takePacked(encoding.stringLengths, field.bytes);
-    if (field.number == fieldNumber(Tag::cells)) addCell(encoding, field.bytes, depth, in.left());
+    if (field.number == fieldNumber(Tag::cells)) {
+      if (encoding.cells.empty()) encoding.cells.reserve(roomForCells(encoding, counted, in.left()));
+      encoding.cells.push_back(read(field.bytes, depth + 1, counted));
+    }
   }
   return encoding;
 }
 
 }  // namespace
 
-Encoding readEncoding(std::span<const std::uint8_t> bytes) {
-  return read(bytes, 1);
+Encoding readEncoding(std::span<const std::uint8_t> bytes, bool counted) {
+  return read(bytes, 1, counted);
 }
 
 Encoding encodingOf(const KESTREL_Array& message, std::size_t depth) {

@@ -20,9 +20,10 @@ struct Encoding {
   std::vector<Encoding> cells;
 };
 
-/// Reads an encoding. Throws SerializationException where the bytes are no message, or one that is nested
-/// deeper than maxNestingDepth.
-[[nodiscard]] Encoding readEncoding(std::span<const std::uint8_t> bytes);
+/// Reads an encoding. If it is known to have as many cells as its dimensions say, room is made for all of
+/// them at once. Throws SerializationException where the bytes are no message, or one that is nested deeper
+/// than maxNestingDepth.
+[[nodiscard]] Encoding readEncoding(std::span<const std::uint8_t> bytes, bool counted);
 
 /// The same of a message that was parsed.
 [[nodiscard]] Encoding encodingOf(const KESTREL_Array& message, std::size_t depth = 1);

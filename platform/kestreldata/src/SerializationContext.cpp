@@ -51,7 +51,8 @@ Array SerializationContext::convertFromProtobuf(std::unique_ptr<KESTREL_Array> m
 
 Array SerializationContext::decode(const void* data, std::size_t size) const {
   checkEncoding(data, size);
-  const auto encoding = detail::readEncoding({static_cast<const std::uint8_t*>(data), size});
+  const bool counted = size >= smallEncoding;  // by the check
+  const auto encoding = detail::readEncoding({static_cast<const std::uint8_t*>(data), size}, counted);
   return detail::decode(encoding, {kestrel::memory::ownerOf(data, size), size});
 }
 

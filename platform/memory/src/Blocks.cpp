@@ -42,8 +42,25 @@ class Store {
     });
   }
 
-  void setLimit(std::size_t bytes) {
-    change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) { _cache.setLimit(bytes, surplus); });
+  /// Where there is no memory to do it all at once, the rest goes when blocks come.
+  void setLimit(std::size_t bytes) noexcept {
+    try {
+      change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) { _cache.setLimit(bytes, surplus); });
+    } catch (const std::bad_alloc&) {  // the limit holds all the same
+    }
+  }
+
+  /// Gives everything back that was not used since that time; returns whether anything is left.
+  bool giveBack(Clock::time_point unusedSince) noexcept {
+    bool more = true;
+    try {
+      change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) {
+        _cache.expire(unusedSince, surplus);
+        more = _cache.kept() > 0;
+      });
+    } catch (const std::bad_alloc&) {  // some of it, then
+    }
+    return more;
   }
 
   std::size_t kept() {
@@ -76,19 +93,18 @@ class Store {
 
   void startSweeping() KESTREL_REQUIRES(_mutex) {
     std::thread([this] {
-      while (sweep()) std::this_thread::sleep_for(sweepInterval);
+      do {
+        std::this_thread::sleep_for(sweepInterval);
+      } while (giveBack(Clock::now() - longestIdle) || !endSweeping());
     }).detach();
     _sweeping = true;
   }
 
-  /// Returns whether anything is left to be swept later.
-  bool sweep() {
-    bool more = false;
-    change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) {
-      _cache.expire(Clock::now() - longestIdle, surplus);
-      more = _sweeping = _cache.kept() > 0;
-    });
-    return more;
+  /// Unless something was kept just now.
+  bool endSweeping() {
+    const callbacks::MutexLock lock(_mutex);
+    _sweeping = _cache.kept() > 0;
+    return !_sweeping;
   }
 
   callbacks::Mutex _mutex;
@@ -104,6 +120,10 @@ void* allocate(std::size_t size) {
   const std::size_t capacity = BlockCache::capacityFor(size);
   void* block = Store::shared().take(capacity);
   if (block == nullptr) block = mapPages(capacity);
+  if (block == nullptr) {  // what is kept may be what is missing
+    (void)Store::shared().giveBack(Clock::now());
+    block = mapPages(capacity);
+  }
   if (block == nullptr) throw std::bad_alloc();
   unpoisoned(block, size);
   return block;

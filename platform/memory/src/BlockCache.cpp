@@ -18,42 +18,41 @@ void* BlockCache::take(std::size_t capacity) {
   const auto newest = found->second.back();
   found->second.pop_back();
   if (found->second.empty()) _byCapacity.erase(found);
-  void* const pages = newest->block.pages;
+  void* const pages = newest->pages;
   _ages.erase(newest);
   _kept -= capacity;
   return pages;
 }
 
-void BlockCache::keep(Block block, Clock::time_point now, std::vector<Block>& surplus) {
-  if (block.capacity > _limit) return surplus.push_back(block);
+void BlockCache::keep(Block block, Clock::time_point now, Blocks& surplus) {
   shrinkTo(_limit - block.capacity, surplus);
   auto& same = _byCapacity[block.capacity];
   same.reserve(same.size() + 1);  // all that can fail comes before anything is changed
-  same.push_back(_ages.insert(_ages.end(), {block, now}));
+  block.since = now;
+  same.push_back(_ages.insert(_ages.end(), block));
   _kept += block.capacity;
 }
 
-void BlockCache::expire(Clock::time_point before, std::vector<Block>& surplus) {
+void BlockCache::expire(Clock::time_point before, Blocks& surplus) noexcept {
   while (!_ages.empty() && _ages.front().since < before) dropOldest(surplus);
 }
 
-void BlockCache::setLimit(std::size_t limit, std::vector<Block>& surplus) {
+void BlockCache::setLimit(std::size_t limit, Blocks& surplus) noexcept {
   _limit = limit;
   shrinkTo(limit, surplus);
 }
 
-void BlockCache::shrinkTo(std::size_t bytes, std::vector<Block>& surplus) {
+void BlockCache::shrinkTo(std::size_t bytes, Blocks& surplus) noexcept {
   while (_kept > bytes) dropOldest(surplus);
 }
 
-void BlockCache::dropOldest(std::vector<Block>& surplus) {
-  const Block block = _ages.front().block;
-  surplus.push_back(block);
-  const auto same = _byCapacity.find(block.capacity);
+void BlockCache::dropOldest(Blocks& surplus) noexcept {
+  const std::size_t capacity = _ages.front().capacity;
+  const auto same = _byCapacity.find(capacity);
   same->second.erase(same->second.begin());
   if (same->second.empty()) _byCapacity.erase(same);
-  _ages.pop_front();
-  _kept -= block.capacity;
+  surplus.splice(surplus.end(), _ages, _ages.begin());
+  _kept -= capacity;
 }
 
 }  // namespace kestrel::memory

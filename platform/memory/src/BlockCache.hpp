@@ -17,7 +17,9 @@ class BlockCache {
   struct Block {
     void* pages = nullptr;
     std::size_t capacity = 0;
+    Clock::time_point since{};  ///< when it was kept
   };
+  using Blocks = std::list<Block>;  // which go from one to another without an allocation
 
   explicit BlockCache(std::size_t limit) : _limit(limit) {}
 
@@ -27,28 +29,22 @@ class BlockCache {
 
   /// The block of exactly that capacity that was kept last; null if there is none.
   [[nodiscard]] void* take(std::size_t capacity);
-  /// Keeps a block. Adds to `surplus` what must go for it, which may be itself. Throws std::bad_alloc, and
+  /// Keeps a block of at most the limit. Adds to `surplus` what must go for it. Throws std::bad_alloc, and
   /// does not keep it then.
-  void keep(Block block, Clock::time_point now, std::vector<Block>& surplus);
+  void keep(Block block, Clock::time_point now, Blocks& surplus);
   /// Adds to `surplus` what was not used since that time.
-  void expire(Clock::time_point before, std::vector<Block>& surplus);
-  void setLimit(std::size_t limit, std::vector<Block>& surplus);
+  void expire(Clock::time_point before, Blocks& surplus) noexcept;
+  void setLimit(std::size_t limit, Blocks& surplus) noexcept;
 
   [[nodiscard]] std::size_t kept() const { return _kept; }
   [[nodiscard]] std::size_t limit() const { return _limit; }
 
  private:
-  struct Kept {
-    Block block;
-    Clock::time_point since;
-  };
-  using Ages = std::list<Kept>;  // the oldest first
+  void shrinkTo(std::size_t bytes, Blocks& surplus) noexcept;
+  void dropOldest(Blocks& surplus) noexcept;
 
-  void shrinkTo(std::size_t bytes, std::vector<Block>& surplus);
-  void dropOldest(std::vector<Block>& surplus);
-
-  Ages _ages;
-  std::map<std::size_t, std::vector<Ages::iterator>> _byCapacity;  // the oldest of each first
+  Blocks _ages;                                                      // the oldest first
+  std::map<std::size_t, std::vector<Blocks::iterator>> _byCapacity;  // the oldest of each first
   std::size_t _kept = 0;
   std::size_t _limit;
 };

@@ -1,9 +1,9 @@
 #include "kestrel/memory/Blocks.hpp"
 
+#include <exception>
 #include <limits>
 #include <new>
 #include <thread>
-#include <vector>
 
 #include "BlockCache.hpp"
 #include "Mapping.hpp"
@@ -21,6 +21,10 @@ using namespace std::chrono_literals;
 constexpr auto longestIdle = 5s;
 constexpr auto sweepInterval = 1s;
 
+void unmap(const Block& block) noexcept {
+  unmapPages(unpoisoned(block.pages, block.capacity), block.capacity);
+}
+
 /// The blocks that the process keeps, and the thread that gives back what lies idle, which exists only while
 /// there is something. Never destroyed: memory is given back until the very end of the process.
 class Store {
@@ -35,32 +39,28 @@ class Store {
     return _cache.take(capacity);
   }
 
-  void keep(Block block) {
-    change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) {
-      if (!_sweeping && block.capacity <= _cache.limit()) startSweeping();
-      _cache.keep(block, Clock::now(), surplus);
-    });
+  /// Returns false where it must not be kept. Throws where there is no memory for the books, or no thread to
+  /// look after it.
+  bool keep(Block block) {
+    Surplus surplus;
+    const callbacks::MutexLock lock(_mutex);
+    if (block.capacity > _cache.limit()) return false;
+    if (!_sweeping) startSweeping();
+    _cache.keep(block, Clock::now(), surplus.blocks);
+    return true;
   }
 
-  /// Where there is no memory to do it all at once, the rest goes when blocks come.
-  void setLimit(std::size_t bytes) noexcept {
-    try {
-      change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) { _cache.setLimit(bytes, surplus); });
-    } catch (const std::bad_alloc&) {  // the limit holds all the same
-    }
+  void setLimit(std::size_t bytes) {
+    Surplus surplus;
+    const callbacks::MutexLock lock(_mutex);
+    _cache.setLimit(bytes, surplus.blocks);
   }
 
-  /// Gives everything back that was not used since that time; returns whether anything is left.
-  bool giveBack(Clock::time_point unusedSince) noexcept {
-    bool more = true;
-    try {
-      change([&](std::vector<Block>& surplus) KESTREL_REQUIRES(_mutex) {
-        _cache.expire(unusedSince, surplus);
-        more = _cache.kept() > 0;
-      });
-    } catch (const std::bad_alloc&) {  // some of it, then
-    }
-    return more;
+  /// Gives everything back that was not used since that time.
+  void giveBack(Clock::time_point unusedSince) {
+    Surplus surplus;
+    const callbacks::MutexLock lock(_mutex);
+    _cache.expire(unusedSince, surplus.blocks);
   }
 
   std::size_t kept() {
@@ -74,33 +74,29 @@ class Store {
   }
 
  private:
-  /// Unmapping takes its time, so it is done without the lock.
-  template <class Function>
-  void change(Function&& function) {
-    std::vector<Block> surplus;
-    const auto unmapAll = [&] {
-      for (const Block& block : surplus) unmapPages(unpoisoned(block.pages, block.capacity), block.capacity);
-    };
-    try {
-      const callbacks::MutexLock lock(_mutex);
-      function(surplus);
-    } catch (...) {
-      unmapAll();
-      throw;
+  /// What goes back to the system: without the lock, for that takes its time.
+  struct Surplus {
+    Surplus() = default;
+    ~Surplus() {
+      for (const Block& block : blocks) unmap(block);
     }
-    unmapAll();
-  }
+    Surplus(const Surplus&) = delete;
+    Surplus& operator=(const Surplus&) = delete;
+
+    BlockCache::Blocks blocks;
+  };
 
   void startSweeping() KESTREL_REQUIRES(_mutex) {
     std::thread([this] {
       do {
         std::this_thread::sleep_for(sweepInterval);
-      } while (giveBack(Clock::now() - longestIdle) || !endSweeping());
+        giveBack(Clock::now() - longestIdle);
+      } while (!endSweeping());
     }).detach();
     _sweeping = true;
   }
 
-  /// Unless something was kept just now.
+  /// Unless something is kept.
   bool endSweeping() {
     const callbacks::MutexLock lock(_mutex);
     _sweeping = _cache.kept() > 0;
@@ -121,7 +117,7 @@ void* allocate(std::size_t size) {
   void* block = Store::shared().take(capacity);
   if (block == nullptr) block = mapPages(capacity);
   if (block == nullptr) {  // what is kept may be what is missing
-    (void)Store::shared().giveBack(Clock::now());
+    Store::shared().giveBack(Clock::time_point::max());
     block = mapPages(capacity);
   }
   if (block == nullptr) throw std::bad_alloc();
@@ -131,13 +127,13 @@ void* allocate(std::size_t size) {
 
 void release(void* block, std::size_t size) noexcept {
   if (size < leastKept) return ::operator delete(block);
-  const std::size_t capacity = BlockCache::capacityFor(size);
-  poison(block, capacity);
+  const Block freed{block, BlockCache::capacityFor(size)};
+  poison(block, freed.capacity);
   try {
-    Store::shared().keep({block, capacity});
-  } catch (...) {  // no memory for the book-keeping, or no thread to look after it
-    unmapPages(unpoisoned(block, capacity), capacity);
+    if (Store::shared().keep(freed)) return;
+  } catch (const std::exception&) {  // then it is not kept
   }
+  unmap(freed);
 }
 
 std::size_t kept() noexcept {

@@ -1,6 +1,8 @@
 #include "transports/memory/MemoryTransport.hpp"
 
 #include <gtest/gtest.h>
+#include <kestrel/memory/Blocks.hpp>
+#include <kestrel/memory/Buffer.hpp>
 
 #include "TransportSuite.hpp"
 #include "src/StreamsFactoryImpl.hpp"
@@ -25,6 +27,13 @@ class MemoryTransportTest : public testing::Test {
   auto consumer(datastreaming::DataCallback callback) {
     return startConsumer(*_factory, _factory->getStream("s", {}), std::move(callback));
   }
+  /// One that notes where the bytes lie that it gets.
+  auto notingConsumer(Inbox& inbox) {
+    return consumer([this, add = inbox.callback()](auto* data, auto size, auto& id, auto& marks) {
+      _places.push_back(data);
+      return add(data, size, id, marks);
+    });
+  }
   /// One that is at its first message until the test lets it go on.
   auto slowConsumer() {
     return consumer([this](const auto*, auto, const auto&, auto&) {
@@ -38,6 +47,7 @@ class MemoryTransportTest : public testing::Test {
   const std::string _kilobyte = std::string(1000, 'x');
   Door _entered, _go;
   std::shared_ptr<datastreaming::Consumer> _leaving;
+  std::vector<const std::uint8_t*> _places;  // settled once the inbox has the message
 };
 
 TEST_F(MemoryTransportTest, KeepsMessagesInOrderForTheFirstConsumerToCome) {
@@ -55,31 +65,50 @@ TEST_F(MemoryTransportTest, KeepsMessagesInOrderForTheFirstConsumerToCome) {
   }
 }
 
-TEST_F(MemoryTransportTest, PiecesOfFrozenBytesStayWhereTheyAreIfTheyLieOneBehindTheOther) {
-  _factory = std::make_shared<StreamsFactoryImpl>();
+/// Three pieces that one payload can share with its sender.
+memory::Buffer frozenPieces() {
   memory::Buffer bytes;
   for (const char letter : {'a', 'b', 'c'}) {
     const std::string piece(memory::leastKept, letter);
     bytes.append(piece.data(), piece.size());
   }
   bytes.freeze();
-  std::vector<const std::uint8_t*> places;
+  return bytes;
+}
+
+std::string sendPiece(datastreaming::Producer& sender, const memory::Buffer& bytes, std::size_t index,
+                      bool last) {
+  return outcomeOf(
+      sender.send(bytes.data() + index * memory::leastKept, memory::leastKept, pieceAttributes(last)));
+}
+
+TEST_F(MemoryTransportTest, PiecesOfFrozenBytesStayWhereTheyAreIfTheyLieOneBehindTheOther) {
+  _factory = std::make_shared<StreamsFactoryImpl>();
+  const auto bytes = frozenPieces();
   Inbox inbox;
-  const auto receiver = consumer([&, add = inbox.callback()](auto* data, auto size, auto& id, auto& marks) {
-    places.push_back(data);
-    return add(data, size, id, marks);
-  });
+  const auto receiver = notingConsumer(inbox);
   const auto sender = producer();
-  const auto send = [&](std::size_t offset, bool last) {
-    (void)sender->send(bytes.data() + offset, memory::leastKept, pieceAttributes(last));
-  };
-  send(0, false), send(memory::leastKept, true);
-  send(memory::leastKept, false), send(0, true);
+  (void)sendPiece(*sender, bytes, 0, false), (void)sendPiece(*sender, bytes, 1, true);
+  (void)sendPiece(*sender, bytes, 1, false), (void)sendPiece(*sender, bytes, 0, true);
   const auto texts = inbox.waitTexts(2);
-  EXPECT_EQ(places.front(), bytes.data());
-  EXPECT_NE(places.back(), bytes.data());
+  EXPECT_EQ(_places.front(), bytes.data());
+  EXPECT_NE(_places.back(), bytes.data());
   EXPECT_TRUE(texts[0].starts_with('a') && texts[0].ends_with('b'));
   EXPECT_TRUE(texts[1].starts_with('b') && texts[1].ends_with('a')) << texts[1].back();
+}
+
+TEST_F(MemoryTransportTest, WhoeverSharesAPieceIsChargedForAllThatItKeepsOrCopiesIt) {
+  _factory = memoryOf(300'000).factory;
+  const auto sender = producer();
+  const auto bytes = frozenPieces();
+  EXPECT_EQ(sendPiece(*sender, bytes, 0, true), "accepted");
+  EXPECT_THAT(outcomeOf(sendText(*sender, std::string(150'000, 'x'))), HasSubstr("300000"));
+  EXPECT_EQ(sendPiece(*sender, bytes, 1, true), "accepted") << "there is room for a copy of it alone";
+  Inbox inbox;
+  const auto receiver = notingConsumer(inbox);
+  EXPECT_TRUE(inbox.waitTexts(2)[1].starts_with('b'));
+  EXPECT_EQ(_places[0], bytes.data());
+  EXPECT_NE(_places[1], bytes.data() + memory::leastKept);
 }
 
 TEST_F(MemoryTransportTest, WhatIsKeptIsBoundedUntilItIsHandledAndTheRefusalSaysSo) {

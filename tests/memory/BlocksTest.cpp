@@ -52,16 +52,17 @@ TEST(Buffer, IsFoundByItsBytesOnceItIsFrozenAndStaysForThoseWhoFoundIt) {
     Buffer buffer;
     for (int i = 0; i < 2; ++i) buffer.append(bytes.data(), bytes.size());
     begin = buffer.data();
-    EXPECT_EQ(ownerOf(begin, 1), nullptr) << "it may still change";
+    EXPECT_EQ(ownerOf(begin, 1).owner, nullptr) << "it may still change";
     buffer.freeze();
-    owner = ownerOf(begin + leastKept, leastKept);
-    EXPECT_EQ(ownerOf(begin + leastKept, leastKept + 1), nullptr) << "a byte too many";
-    EXPECT_EQ(ownerOf(begin - 1, 2), nullptr);
+    owner = ownerOf(begin + leastKept, leastKept).owner;
+    EXPECT_EQ(ownerOf(begin + leastKept, leastKept + 1).owner, nullptr) << "a byte too many";
+    EXPECT_EQ(ownerOf(begin - 1, 2).owner, nullptr);
+    EXPECT_EQ(ownerOf(begin + 1, 2).size, 2 * leastKept);
   }
   ASSERT_NE(owner, nullptr);
   EXPECT_EQ(std::memcmp(begin, bytes.data(), leastKept), 0);
   owner.reset();
-  EXPECT_EQ(ownerOf(begin, 1), nullptr) << "it has gone";
+  EXPECT_EQ(ownerOf(begin, 1).owner, nullptr) << "it has gone";
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ class Receipts final : public Receipt {
 
 bool PayloadAssembly::continues(const Frame& piece) const {
   if (!_owner || piece.data != _begin + _bytes) return false;
-  return memory::ownerOf(piece.data, piece.size) == _owner;
+  return memory::ownerOf(piece.data, piece.size).owner == _owner;
 }
 
 void PayloadAssembly::copy(const Frame& piece) {
@@ -35,7 +35,9 @@ void PayloadAssembly::copy(const Frame& piece) {
 
 void PayloadAssembly::add(Frame& piece) {
   if (_pieces == 0) {
-    _owner = memory::ownerOf(piece.data, piece.size);
+    auto frozen = memory::ownerOf(piece.data, piece.size);
+    _owner = std::move(frozen.owner);
+    _kept = frozen.size;
     _begin = piece.data;
   }
   if (!continues(piece)) copy(piece);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -36,7 +37,7 @@ class PayloadAssembly {
   void excuse(Clock::duration time) { _last.arrival += time; }
   /// The memory that it takes, by estimate: bytes, pieces, and what there is to it besides.
   [[nodiscard]] std::uint64_t cost() const {
-    return bytes() + pieceCost * _pieces + _attributesCost + payloadCost;
+    return std::max(_bytes, _owner ? _kept : 0) + pieceCost * _pieces + _attributesCost + payloadCost;
   }
 
  private:
@@ -51,6 +52,7 @@ class PayloadAssembly {
   std::uint64_t _bytes = 0;
   const std::uint8_t* _begin = nullptr;   // of pieces that stay where they are
   memory::SharedBytes _owner;             // of those
+  std::uint64_t _kept = 0;                // bytes that it keeps
   std::shared_ptr<memory::Buffer> _copy;  // of all, once one of them did not stay
   std::vector<std::unique_ptr<Receipt>> _receipts;
   std::uint64_t _pieces = 0;

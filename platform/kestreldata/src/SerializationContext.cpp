@@ -53,7 +53,7 @@ Array SerializationContext::decode(const void* data, std::size_t size) const {
   checkEncoding(data, size);
   const bool counted = size >= smallEncoding;  // by the check
   const auto encoding = detail::readEncoding({static_cast<const std::uint8_t*>(data), size}, counted);
-  return detail::decode(encoding, {kestrel::memory::ownerOf(data, size), size});
+  return detail::decode(encoding, {kestrel::memory::ownerOf(data, size).owner, size});
 }
 
 }  // namespace kestreldata

@@ -59,7 +59,7 @@ void Buffer::freeze() noexcept {
   }
 }
 
-SharedBytes ownerOf(const void* data, std::size_t size) noexcept {
+Frozen ownerOf(const void* data, std::size_t size) noexcept {
   return SharedBlocks::shared().find(static_cast<const std::uint8_t*>(data), size);
 }
 

@@ -39,14 +39,14 @@ SharedBytes SharedBlocks::add(std::uint8_t* block, std::size_t size, std::size_t
   return owner;
 }
 
-SharedBytes SharedBlocks::find(const std::uint8_t* data, std::size_t size) {
+Frozen SharedBlocks::find(const std::uint8_t* data, std::size_t size) {
   const callbacks::MutexLock lock(_mutex);
   const auto behind = _entries.upper_bound(data);
   if (behind == _entries.begin()) return {};
   const auto& [begin, entry] = *std::prev(behind);
   const auto offset = static_cast<std::size_t>(data - begin);
   if (offset > entry.size || size > entry.size - offset) return {};
-  return entry.owner.lock();
+  return {entry.owner.lock(), entry.size};
 }
 
 void SharedBlocks::remove(const std::uint8_t* block) noexcept {

@@ -19,8 +19,8 @@ class SharedBlocks {
   /// Takes over a block of allocate(), of which the first `size` bytes are to be found. Throws
   /// std::bad_alloc, and the block stays the caller's.
   [[nodiscard]] SharedBytes add(std::uint8_t* block, std::size_t size, std::size_t capacity);
-  /// The owner of the block in which all of these bytes lie; empty if there is none.
-  [[nodiscard]] SharedBytes find(const std::uint8_t* data, std::size_t size);
+  /// The block in which all of these bytes lie; empty if there is none.
+  [[nodiscard]] Frozen find(const std::uint8_t* data, std::size_t size);
 
  private:
   struct Holder;

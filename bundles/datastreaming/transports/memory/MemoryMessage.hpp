@@ -1,29 +1,25 @@
 #pragma once
 
 #include <kestrel/datastreaming/Types.hpp>
-#include <kestrel/memory/Blocks.hpp>
 #include <kestrel/memory/Buffer.hpp>
+#include <utility>
 
 #include "sequencing/Frame.hpp"
 
 namespace kestrel::streams {
 
 /// One message within the process; its consumers share it, and nobody changes it once it is queued. Its bytes
-/// are a copy, unless they lie where nobody writes to them any more: then they are shared with the sender.
+/// are a copy, or shared with the sender, who does not write to them any more.
 class MemoryMessage {
  public:
-  /// Throws std::bad_alloc.
+  /// Copies the bytes unless there is an owner who keeps them. Throws std::bad_alloc.
   MemoryMessage(const Stamp& itsStamp, const std::uint8_t* data, std::size_t size,
-                const datastreaming::AttributeMap& itsAttributes)
-      : stamp(itsStamp), attributes(itsAttributes), _size(size) {
-    if (size >= memory::leastKept || stamp.chunked) _owner = memory::ownerOf(data, size);
-    if (_owner) {
-      _data = data;
-    } else {
-      _copy.append(data, size);
-      _copy.freeze();
-      _data = _copy.data();
-    }
+                const datastreaming::AttributeMap& itsAttributes, memory::SharedBytes owner = nullptr)
+      : stamp(itsStamp), attributes(itsAttributes), _size(size), _data(data), _owner(std::move(owner)) {
+    if (_owner) return;
+    _copy.append(data, size);
+    _copy.freeze();
+    _data = _copy.data();
   }
 
   const Stamp stamp;
@@ -35,8 +31,8 @@ class MemoryMessage {
 
  private:
   const std::size_t _size;
-  const std::uint8_t* _data = nullptr;
-  memory::SharedBytes _owner;
+  const std::uint8_t* _data;
+  const memory::SharedBytes _owner;
   memory::Buffer _copy;
 };
 

@@ -1,5 +1,6 @@
 #include "transports/memory/MemoryProducer.hpp"
 
+#include <kestrel/memory/Blocks.hpp>
 #include <utility>
 
 namespace kestrel::streams {
@@ -16,18 +17,35 @@ MemoryProducer::~MemoryProducer() {
 }
 
 ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
-  const std::uint64_t cost = ByteBudget::costOf(message.size, message.attributes);
-  if (message.size >= memory::leastKept) {  // before a large copy is made in vain
+  auto [owner, cost] = takeOver(message);
+  if (!owner && message.size >= memory::leastKept) {  // before a large copy is made in vain
     if (auto why = _stream->refusal(message.size, cost)) return {std::move(why), {}};
   }
-  const auto copy =
-      std::make_shared<MemoryMessage>(message.stamp, message.data, message.size, message.attributes);
+  const auto copy = std::make_shared<MemoryMessage>(message.stamp, message.data, message.size,
+                                                    message.attributes, std::move(owner));
   if (auto why = _stream->publish(copy, cost)) return {std::move(why), {}};
   _heard = true;
   if (!_acknowledge) return {std::nullopt, emptyAcknowledgement()};
   std::string id;
   writeMessageId(message.stamp, id);
   return {std::nullopt, readyAcknowledgement(std::move(id))};
+}
+
+/// Whoever shares one piece of a payload keeps all of it, so the first one is charged for all, and the others
+/// for nothing. Where there is no room for so much, pieces are copied, and keep themselves alone.
+MemoryProducer::Taken MemoryProducer::takeOver(const Outgoing& message) {
+  const Stamp& stamp = message.stamp;
+  const std::uint64_t copyCost = ByteBudget::costOf(message.size, message.attributes);
+  memory::Frozen frozen;
+  if (stamp.chunked || message.size >= memory::leastKept)
+    frozen = memory::ownerOf(message.data, message.size);
+  const bool isFirst = stamp.chunkIndex == 0;
+  const bool goesOn = !isFirst && frozen.owner && _shared.lock() == frozen.owner;
+  const std::uint64_t cost = ByteBudget::costOf(goesOn ? 0 : frozen.size, message.attributes);
+  const bool shares = goesOn || (isFirst && frozen.owner && !_stream->refusal(message.size, cost));
+  _shared = shares ? frozen.owner : nullptr;
+  if (!shares) return {nullptr, copyCost};
+  return {std::move(frozen.owner), cost};
 }
 
 void MemoryProducer::abandonPayload() {

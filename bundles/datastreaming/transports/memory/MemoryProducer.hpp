@@ -20,9 +20,17 @@ class MemoryProducer final : public ProducerBase {
   void abandonPayload() override;
 
  private:
+  /// How a message is taken over.
+  struct Taken {
+    memory::SharedBytes owner;  ///< of its bytes if they are shared, else they are copied
+    std::uint64_t cost = 0;
+  };
+  [[nodiscard]] Taken takeOver(const Outgoing& message);
+
   const std::shared_ptr<MemoryStream> _stream;
   const bool _acknowledge;
-  bool _heard = false;  // a message was accepted; guarded by the lock of ProducerBase
+  std::weak_ptr<const std::uint8_t> _shared;  // the bytes of the payload that goes on, if they are; as _heard
+  bool _heard = false;                        // a message was accepted; guarded by the lock of ProducerBase
 };
 
 }  // namespace kestrel::streams

@@ -43,8 +43,14 @@ class KESTREL_EXPORT Buffer {
   SharedBytes _shared;  // holds the memory once it is frozen
 };
 
-/// Who holds these bytes, if all of them lie in one frozen Buffer: a copy of it keeps them, as they are.
-/// Otherwise empty, and a copy of the bytes must be made. Safe from any thread.
-[[nodiscard]] KESTREL_EXPORT SharedBytes ownerOf(const void* data, std::size_t size) noexcept;
+/// What ownerOf() finds.
+struct Frozen {
+  SharedBytes owner;     ///< whose copies keep the bytes, as they are
+  std::size_t size = 0;  ///< how many bytes it keeps in all
+};
+
+/// Who holds these bytes, if all of them lie in one frozen Buffer. Otherwise empty, and a copy of the bytes
+/// must be made. Safe from any thread.
+[[nodiscard]] KESTREL_EXPORT Frozen ownerOf(const void* data, std::size_t size) noexcept;
 
 }  // namespace kestrel::memory

@@ -74,10 +74,8 @@ bool SendReceiveDataStream::waitForResult(const std::shared_future<DataStruct>& 
   };
   const auto deadline = Clock::now() + _timing.requestTimeout;
   const bool observed = kestrel::interrupt::interruptsObserved();
-  bool ready = waits.look([&] { return readyWithin({}); });
-  while (!ready) {
-    ready = readyWithin(_timing.waitSlice);
-    if (ready) break;
+  const bool ready = waits.look([&] { return readyWithin({}); });
+  while (!ready && !readyWithin(_timing.waitSlice)) {
     if (observed && kestrel::interrupt::interruptPending()) return false;
     if (Clock::now() >= deadline) return false;
   }

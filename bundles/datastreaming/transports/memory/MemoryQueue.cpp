@@ -30,7 +30,7 @@ std::optional<TimePoint> MemoryQueue::take(std::vector<Entry>& batch, std::optio
   batch.clear();
   if (batch.capacity() > keptCapacity) batch = std::vector<Entry>();
   const bool waits = quiet();
-  (void)(waits && _waits.look([this] { return !quiet(); }));
+  if (waits) (void)_waits.look([this] { return !quiet(); });
   callbacks::UniqueLock lock(_mutex);
   while (_entries.empty() && !stopped()) {
     _waiting = true;

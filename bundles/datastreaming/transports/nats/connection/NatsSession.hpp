@@ -15,12 +15,11 @@ namespace kestrel::streams {
 /// One connection of the C client to one server.
 ///
 /// The client could connect again by itself. But driven by a loop that is not its own it keeps its place in a
-/// message that was cut off, and takes what the next connection brings for the rest of it: the client's issue
-/// 1007, not mended in 3.4, the oldest one supported. Until the oldest one has it mended, each connection
-/// gets a client object of its own (docs/decisions/0001-the-client-never-reconnects.md). The one that was
-/// lost stays for as long as somebody holds it: what has come in over it can still be taken from its
-/// subscriptions, unless the server has ended it with an error that the client takes for the end of
-/// everything.
+/// message that was cut off, and takes what the next connection brings for the rest of it: nats.c #1007, not
+/// mended in 3.4, the oldest one supported. Until the oldest one has it mended, each connection gets a client
+/// object of its own (docs/decisions/0001-the-client-never-reconnects.md). The one that was lost stays for as
+/// long as somebody holds it: what has come in over it can still be taken from its subscriptions, unless the
+/// server has ended it with an error that the client takes for the end of everything.
 ///
 /// Shared by all who use it. Whoever lets go last closes it, at once; that must not be a thread of the loop
 /// or of the C client.

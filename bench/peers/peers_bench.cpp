@@ -1,6 +1,6 @@
 // Ways to talk to a far side, ours and others', side by side in one run. Prints a line for each measurement:
 // work, way, value, unit, separated by tabs; of several runs the median.
-//   peers_bench [RUNS]             all of them
+//   peers_bench [RUNS [TEXT]]      all of them, or those in whose "work, way" the text occurs
 //   peers_bench serve NAME ADDRESS the far side of one, until standard input ends
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -134,11 +134,12 @@ constexpr Work works[] = {
 
 using Results = std::map<std::pair<std::size_t, std::size_t>, std::vector<double>>;  // by work and kind
 
-void measureAll(const std::vector<PeerKind>& kinds, Results& results) {
+void measureAll(const std::vector<PeerKind>& kinds, const std::string& wanted, Results& results) {
   for (std::size_t k = 0; k < kinds.size(); ++k) {
     const FarSide far(kinds[k]);
     const auto peer = kinds[k].connect(kinds[k].address);
     for (std::size_t w = 0; w < std::size(works); ++w) {
+      if ((works[w].name + (", " + kinds[k].name)).find(wanted) == std::string::npos) continue;
       const double value = works[w].measure(*peer);
       results[{w, k}].push_back(value);
       std::fprintf(stderr, "%s, %s: %.4g %s\n", works[w].name, kinds[k].name.c_str(), value, works[w].unit);
@@ -179,7 +180,7 @@ int main(int count, char** arguments) {
   const std::string folder = server.directory();
   const auto kinds = allKinds(server.url(), folder);
   Results results;
-  for (int run = 0; run < runs; ++run) measureAll(kinds, results);
+  for (int run = 0; run < runs; ++run) measureAll(kinds, count > 2 ? arguments[2] : "", results);
   for (auto& [place, values] : results) {
     const Work& work = works[place.first];
     printLine(work.name, kinds[place.second].name.c_str(), median(values), work.unit);

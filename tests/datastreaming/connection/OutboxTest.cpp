@@ -106,6 +106,24 @@ TEST_F(OutboxTest, HoldsBackWhileMoreIsExpectedUntilEnoughIsThereOrTimeIsUp) {
   EXPECT_EQ(doneFor("e", *session), "e, flush") << "whoever expected more is late";
 }
 
+TEST_F(OutboxTest, LeavesWritingToTheLoopWhileMessagesFollowEachOtherFasterThanItWakesUp) {
+  const auto session = open(1);
+  const auto lastOf = [&](int posts, std::chrono::microseconds gap) {
+    std::string last;
+    for (int i = 0; i < posts; ++i, time += gap) last = doneFor("m", *session);
+    return last;
+  };
+  EXPECT_EQ(lastOf(3, 1us), "m, flush") << "three may be all";
+  EXPECT_EQ(lastOf(30, 19us), "m, wake");
+  session->messageBytes = full / 2;
+  EXPECT_EQ(lastOf(1, 19us), "m, flush") << "much is worth a write of its own";
+  session->messageBytes = 1;
+  EXPECT_EQ(lastOf(1, 100us), "m, wake");
+  EXPECT_EQ(lastOf(1, 1us), "m, flush") << "after a pause";
+  EXPECT_EQ(lastOf(1, 1us), "m, wake");
+  EXPECT_EQ(lastOf(30, 21us), "m, flush");
+}
+
 TEST_F(OutboxTest, RefusesWhatFindsNoRoomAndGivesRoomBackWithEachMessage) {
   outbox.suspend("no server");
   for (std::uint64_t number = 1; number < 6; number += 2) {

@@ -1,5 +1,7 @@
 #include "transports/nats/connection/NatsSession.hpp"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -141,6 +143,24 @@ std::string failureText(natsStatus status, const NatsEndpoint& endpoint, const S
   return code + ": cannot connect to " + endpoint.shown + ": " + (cause.empty() ? describe(status) : cause);
 }
 
+/// Sets the client's library up.
+///
+/// It frees every message on a thread of its own, which it wakes for it, and which then takes the core from
+/// the thread that works, for a single message. So that thread is made with a policy that lets nobody be
+/// interrupted for it. It inherits it from its maker, as do those for timers and callbacks: none of them is
+/// on the way of a message.
+void setUpClient() {
+  static const bool once = [] {
+    std::thread([] {
+      const sched_param normal{};
+      (void)::sched_setscheduler(0, SCHED_BATCH, &normal);  // where it is forbidden, it takes more time
+      nats_Open(-1);
+    }).join();
+    return true;
+  }();
+  (void)once;
+}
+
 std::vector<std::size_t> randomOrder(std::size_t count) {
   std::vector<std::size_t> order(count);
   std::iota(order.begin(), order.end(), std::size_t{0});
@@ -154,6 +174,7 @@ std::shared_ptr<NatsSession> NatsSession::connect(const NatsEndpoint& endpoint,
                                                   const std::shared_ptr<LossListener>& listener,
                                                   const std::function<void()>& writable,
                                                   const std::stop_token& stop) {
+  setUpClient();
   std::vector<Refusal> refusals(endpoint.servers.size(), {"not tried", false});
   for (const std::size_t index : randomOrder(endpoint.servers.size())) {
     if (stop.stop_requested()) break;

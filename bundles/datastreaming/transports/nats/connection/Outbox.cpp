@@ -1,5 +1,6 @@
 #include "transports/nats/connection/Outbox.hpp"
 
+#include <algorithm>
 #include <iterator>
 #include <map>
 #include <utility>
@@ -29,6 +30,7 @@ std::optional<std::string> Outbox::post(Post post) {
     const callbacks::MutexLock lock(_mutex);
     if (_closed) return _closed;
     if (obsolete(post)) return "the connection was lost";
+    noteGap();
     const bool loopWrites = _session && _session->loopWrites();
     if (_pumping || loopWrites || !_waiting.empty() || !takesMore()) return enqueue(std::move(post));
     refused = writeNow(std::move(post), others);
@@ -61,6 +63,15 @@ std::optional<std::string> Outbox::writeNow(Post post, Failed& others) {
   }
   others = drain(session, senderRounds);
   return refused;
+}
+
+void Outbox::noteGap() {
+  constexpr int weight = 8;
+  const TimePoint now = _now();
+  const auto gap = std::min<Clock::duration>(now - _latest, pause);
+  _gap += (gap - _gap) / weight;
+  _moreFollow = gap < pause && _gap < shortGap;
+  _latest = now;
 }
 
 void Outbox::putBack(Post post) {
@@ -124,14 +135,19 @@ void Outbox::appendWaiting(Session& session, Failed& failed) {
   }
 }
 
-/// Unless more is expected to be written with it.
+/// Unless more is to be written with it: answers to what else has come in, or what a sender posts that is
+/// faster than writes are. Then the loop writes, as soon as it is awake.
 void Outbox::write(Session& session, bool onLoop) {
-  const bool hold = !onLoop && holdsBack(session);
+  const bool few = !onLoop && session.buffered() < mostHeldBack;
+  const bool moreExpected = few && expectsMore();
+  const bool moreFollow = few && _moreFollow;
   _mutex.unlock();
   // What the socket did not take is for the loop, which looks by itself after its own turn, but may not know
   // yet after that of another thread.
-  if (hold) {
+  if (moreExpected) {
     session.wakeLater();
+  } else if (moreFollow) {
+    session.wake();
   } else if (!session.flush() && !onLoop) {
     session.wake();
   }
@@ -191,9 +207,9 @@ bool Outbox::takesMore() const {
   return _session && _session->usable() && _session->buffered() < window;
 }
 
-bool Outbox::holdsBack(const Session& session) const {
+bool Outbox::expectsMore() const {
   const auto until = _busyUntil.load(std::memory_order_relaxed);
-  return until != 0 && _now().time_since_epoch().count() < until && session.buffered() < mostHeldBack;
+  return until != 0 && _now().time_since_epoch().count() < until;
 }
 
 natsStatus Outbox::publish(Session& session, const Post& post) {

@@ -95,8 +95,13 @@ class Outbox {
   [[nodiscard]] Failed drain(Session& session, int rounds) KESTREL_REQUIRES(_mutex);
   void appendWaiting(Session& session, Failed& failed) KESTREL_REQUIRES(_mutex);
   void write(Session& session, bool onLoop) KESTREL_REQUIRES(_mutex);
-  [[nodiscard]] bool holdsBack(const Session& session) const;
+  void noteGap() KESTREL_REQUIRES(_mutex);
+  [[nodiscard]] bool expectsMore() const;
 
+  // A thread wakes up in about that time. Messages that follow each other sooner, in the mean, go out
+  // together when the loop has woken up; what comes after a pause goes at once.
+  static constexpr std::chrono::microseconds shortGap{20};
+  static constexpr std::chrono::microseconds pause{100};
   // So that a handler that takes its time does not delay others.
   static constexpr std::chrono::microseconds busy{100};
   static constexpr int mostHeldBack = 32 << 10;
@@ -116,6 +121,9 @@ class Outbox {
   bool _pumping KESTREL_GUARDED_BY(_mutex) = false;
   bool _pumpAgain KESTREL_GUARDED_BY(_mutex) = false;
   std::condition_variable _pumped;
+  TimePoint _latest KESTREL_GUARDED_BY(_mutex){};           // post
+  Clock::duration _gap KESTREL_GUARDED_BY(_mutex) = pause;  // mean time between the last posts
+  bool _moreFollow KESTREL_GUARDED_BY(_mutex) = false;
 
   std::atomic<Clock::rep> _busyUntil{0};
 };

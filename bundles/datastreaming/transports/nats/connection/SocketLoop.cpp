@@ -73,6 +73,7 @@ void SocketLoop::install(natsOptions* options) {
 }
 
 void SocketLoop::wake() {
+  if (_woken.exchange(true)) return;
   const std::uint64_t one = 1;
   // Only a counter that is full refuses it, and then the loop wakes anyway.
   [[maybe_unused]] const auto written = ::write(_event.get(), &one, sizeof one);
@@ -171,7 +172,10 @@ void SocketLoop::turn() {
                                pollfd{socket, events, 0}};
   auto& [woken, timed, ready] = polled;
   if (::poll(polled.data(), polled.size(), -1) < 0 || _stopped) return;
-  if (woken.revents != 0) clear(_event);
+  if (woken.revents != 0) {
+    clear(_event);
+    _woken = false;  // before what it was woken for is looked for
+  }
   if (timed.revents != 0) {
     clear(_timer);
     _timed = false;  // before what is held back is looked for: what comes later starts it again

@@ -95,6 +95,7 @@ class SocketLoop {
   const bool _secure;
   const FileDescriptor _event;
   const FileDescriptor _timer;
+  std::atomic<bool> _woken{false};  // _event was signalled and not seen yet
   std::atomic<bool> _timed{false};  // _timer runs
   std::atomic<natsConnection*> _connection{nullptr};
   std::atomic<int> _socket{-1};

@@ -25,12 +25,15 @@ TEST(MessageHeadersTest, StampsAndNewsAreWrittenAsTheFormatSays) {
                     .chunked = true,
                     .last = false,
                     .abandons = true,
-                    .age = 17};
-  const std::string text = "1.fedcba9876543210.18446744073709551615.5.4294967295.3.cma.17";
+                    .age = 17,
+                    .whole = 18446744073709551615U};
+  const std::string text =
+      "1.fedcba9876543210.18446744073709551615.5.4294967295.3.cmaw18446744073709551615.17";
   EXPECT_EQ(writeStamp(stamp), text);
   EXPECT_EQ(writeStamp(readStamp(text.c_str()).value()), text);
-  for (const char* damaged : {"", "2.1.1.1.0.0.", "1.0.1.1.0.0.", "1.1.0.1.0.0.", "1.1.1.1.0.0",
-                              "1.1.1.1.0.0.x", "1.1.1.1.99999999999.0.", "1.1.1.1.0.0.c.-1"})
+  for (const char* damaged :
+       {"", "2.1.1.1.0.0.", "1.0.1.1.0.0.", "1.1.0.1.0.0.", "1.1.1.1.0.0", "1.1.1.1.0.0.x",
+        "1.1.1.1.99999999999.0.", "1.1.1.1.0.0.c.-1", "1.1.1.1.0.0.cw", "1.1.1.1.0.0.cw0"})
     EXPECT_FALSE(readStamp(damaged)) << damaged;
   for (const char* news : {"gone.ff.7", "abandoned.1.18446744073709551615.0", "idle.a.3.250"})
     EXPECT_EQ(writeEvent(readEvent(news).value()), news);

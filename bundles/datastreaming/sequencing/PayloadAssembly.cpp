@@ -1,5 +1,7 @@
 #include "sequencing/PayloadAssembly.hpp"
 
+#include <algorithm>
+#include <new>
 #include <utility>
 
 namespace kestrel::streams {
@@ -25,12 +27,29 @@ bool PayloadAssembly::continues(const Frame& piece) const {
   return memory::ownerOf(piece.data, piece.size).owner == _owner;
 }
 
+/// How long the payload is, as its first piece tells. Anybody may tell anything, so a small piece is not
+/// believed: 2 MiB, a large page, may be taken for it at once. And none is believed beyond so many of its
+/// size: memory that is not written to costs little, but not nothing.
+std::uint64_t PayloadAssembly::likelySize(const Frame& first) {
+  constexpr std::uint64_t leastBelieved = 256 << 10, mostPieces = 256;
+  return first.size < leastBelieved ? 0 : std::min(first.stamp.whole, mostPieces * first.size);
+}
+
 void PayloadAssembly::copy(const Frame& piece) {
-  auto copy = _copy ? _copy : std::make_shared<memory::Buffer>();
+  auto copy = _copy ? _copy : makeRoom();
   if (_owner) copy->append(_begin, _bytes);
   copy->append(piece.data, piece.size);
   _copy = std::move(copy);
   _owner.reset();
+}
+
+std::shared_ptr<memory::Buffer> PayloadAssembly::makeRoom() const {
+  auto room = std::make_shared<memory::Buffer>();
+  try {
+    room->reserve(_likelySize);
+  } catch (const std::bad_alloc&) {  // then it grows with the pieces
+  }
+  return room;
 }
 
 void PayloadAssembly::add(Frame& piece) {
@@ -39,6 +58,7 @@ void PayloadAssembly::add(Frame& piece) {
     _owner = std::move(frozen.owner);
     _kept = frozen.size;
     _begin = piece.data;
+    _likelySize = likelySize(piece);
   }
   if (!continues(piece)) copy(piece);
   _bytes += piece.size;

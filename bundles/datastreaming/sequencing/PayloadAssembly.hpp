@@ -45,11 +45,14 @@ class PayloadAssembly {
   static constexpr std::uint64_t payloadCost = 1024;
 
   [[nodiscard]] bool continues(const Frame& piece) const;
+  [[nodiscard]] static std::uint64_t likelySize(const Frame& first);
+  [[nodiscard]] std::shared_ptr<memory::Buffer> makeRoom() const;
   void copy(const Frame& piece);
 
   const std::uint64_t _payload;
   const std::uint64_t _firstNumber;
   std::uint64_t _bytes = 0;
+  std::uint64_t _likelySize = 0;          // of all, as the first piece tells
   const std::uint8_t* _begin = nullptr;   // of pieces that stay where they are
   memory::SharedBytes _owner;             // of those
   std::uint64_t _kept = 0;                // bytes that it keeps

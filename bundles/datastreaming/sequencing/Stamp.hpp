@@ -18,7 +18,8 @@ struct Stamp {
   bool chunked = false;             ///< a piece of a payload
   bool last = true;                 ///< its payload ends here
   bool abandons = false;            ///< the payload that was open has been given up by its producer
-  std::int64_t age = -1;  ///< how many milliseconds ago the producer sent number 1; below 0: not told
+  std::int64_t age = -1;    ///< how many milliseconds ago the producer sent number 1; below 0: not told
+  std::uint64_t whole = 0;  ///< in the first piece of a payload: how many bytes it has in all; 0: not told
 };
 
 /// A new random producer id.

@@ -1,10 +1,21 @@
 #include "transports/ProducerBase.hpp"
 
 #include <exception>
+#include <kestrel/memory/Buffer.hpp>
 #include <stdexcept>
 #include <utility>
 
 namespace kestrel::streams {
+
+namespace {
+
+/// Of several pieces. They are cut from one encoding, which as a rule is a block of memory that knows its
+/// size.
+bool beginsPayload(const Stamp& stamp) {
+  return stamp.chunked && !stamp.last && stamp.chunkIndex == 0;
+}
+
+}  // namespace
 
 ProducerBase::ProducerBase(std::shared_ptr<StreamContext> context)
     : _context(std::move(context)),
@@ -28,7 +39,8 @@ std::shared_future<std::string> ProducerBase::send(const std::uint8_t* data, std
   std::optional<Refusal> refusal;
   {
     const callbacks::MutexLock lock(_mutex);
-    const Stamp stamp = _stamper.next(mark);
+    Stamp stamp = _stamper.next(mark);
+    if (beginsPayload(stamp)) stamp.whole = memory::ownerOf(data, size).size;
     refusal = tryTransmit(Outgoing{stamp, data, size, attributes}, mark, acknowledgement);
     if (!refusal) {
       _stamper.accepted(stamp);

@@ -66,11 +66,24 @@ bool takeNumber(const char*& at, const char* end, T& number, int base = 10) {
   return true;
 }
 
-bool readFlag(char flag, Stamp& stamp) {
-  if (flag == 'c') return stamp.chunked = true;
-  if (flag == 'a') return stamp.abandons = true;
-  if (flag == 'm') stamp.last = false;
-  return flag == 'm';
+/// Reads one flag, and the number behind it if it has one.
+bool takeFlag(const char*& at, const char* end, Stamp& stamp) {
+  switch (*at++) {
+    case 'c':
+      return stamp.chunked = true;
+    case 'a':
+      return stamp.abandons = true;
+    case 'm':
+      stamp.last = false;
+      return true;
+    case 'w': {
+      const auto [next, error] = std::from_chars(at, end, stamp.whole);
+      at = next;
+      return error == std::errc() && stamp.whole > 0;
+    }
+    default:
+      return false;
+  }
 }
 
 /// Reads milliseconds up to the end.
@@ -98,6 +111,10 @@ std::string writeStamp(const Stamp& stamp) {
   if (stamp.chunked) *at++ = 'c';
   if (!stamp.last) *at++ = 'm';
   if (stamp.abandons) *at++ = 'a';
+  if (stamp.whole > 0) {
+    *at++ = 'w';
+    at = std::to_chars(at, end, stamp.whole).ptr;
+  }
   if (stamp.age >= 0) {
     *at++ = '.';
     at = std::to_chars(at, end, stamp.age).ptr;
@@ -115,8 +132,8 @@ std::optional<Stamp> readStamp(const char* text) {
     return std::nullopt;
   }
   if (!takeNumber(at, end, stamp.refusedBefore)) return std::nullopt;
-  for (; at != end && *at != '.'; ++at) {
-    if (!readFlag(*at, stamp)) return std::nullopt;
+  while (at != end && *at != '.') {
+    if (!takeFlag(at, end, stamp)) return std::nullopt;
   }
   if (at != end && !readAge(at + 1, end, stamp.age)) return std::nullopt;
   if (stamp.producer == 0 || stamp.sequence == 0 || stamp.payload == 0) return std::nullopt;

@@ -42,10 +42,12 @@ void PayloadSequencer::accept(Frame frame) {
 }
 
 std::optional<PayloadSequencer::Action> PayloadSequencer::next() {
-  if (_actions.empty()) return std::nullopt;
-  std::optional<Action> action{std::move(_actions.front())};
-  _actions.pop_front();
-  return action;
+  constexpr std::size_t keptCapacity = 64;
+  if (_given < _actions.size()) return std::move(_actions[_given++]);
+  _given = 0;
+  _actions.clear();
+  if (_actions.capacity() > keptCapacity) _actions = std::vector<Action>();
+  return std::nullopt;
 }
 
 PayloadSequencer::Intake& PayloadSequencer::intakeOf(std::uint64_t producer) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <list>
 #include <optional>
 #include <set>
@@ -9,6 +8,7 @@
 #include <unordered_map>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "sequencing/Frame.hpp"
 #include "sequencing/PayloadAssembly.hpp"
@@ -115,7 +115,8 @@ class PayloadSequencer {
   std::set<std::pair<std::uint64_t, std::uint64_t>> _sizes;  // cost and producer of each unfinished payload
   std::uint64_t _held = 0;                                   // the sum of those costs
   std::uint64_t _heldMessages = 0;
-  std::deque<Action> _actions;
+  std::vector<Action> _actions;  // the first so many have been given
+  std::size_t _given = 0;
 };
 
 }  // namespace kestrel::streams

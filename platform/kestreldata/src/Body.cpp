@@ -32,7 +32,8 @@ std::size_t storedElementSize(ArrayType type) noexcept {
   return fixedElementSize(type);
 }
 
-std::optional<std::size_t> elementCount(const Dimensions& dimensions, std::size_t elementSize) noexcept {
+std::optional<std::size_t> elementCountOfMany(const Dimensions& dimensions,
+                                              std::size_t elementSize) noexcept {
   // Without elements the other sizes may be anything: their product is never formed.
   for (std::size_t i = 0; i < dimensions.count(); ++i)
     if (dimensions[i] == 0) return 0;

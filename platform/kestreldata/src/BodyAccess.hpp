@@ -28,9 +28,17 @@ struct BodyAccess {
 /// Bytes that an element of any type takes in the storage; 0 for a number that is no type.
 [[nodiscard]] std::size_t storedElementSize(ArrayType type) noexcept;
 
+[[nodiscard]] std::optional<std::size_t> elementCountOfMany(const Dimensions& dimensions,
+                                                            std::size_t elementSize) noexcept;
+
 /// The product of the dimensions, or nothing when that many elements of this size cannot be addressed.
-[[nodiscard]] std::optional<std::size_t> elementCount(const Dimensions& dimensions,
-                                                      std::size_t elementSize) noexcept;
+[[nodiscard]] inline std::optional<std::size_t> elementCount(const Dimensions& dimensions,
+                                                             std::size_t elementSize) noexcept {
+  constexpr std::size_t few = std::size_t{1} << 20;  // even when three of them are multiplied
+  if (!dimensions.higher.empty() || (dimensions.rows | dimensions.columns | elementSize) >= few)
+    return elementCountOfMany(dimensions, elementSize);
+  return dimensions.rows * dimensions.columns;
+}
 
 /// Dimensions as in "2x3x4".
 [[nodiscard]] std::string toString(const Dimensions& dimensions);

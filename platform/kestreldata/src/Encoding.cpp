@@ -22,7 +22,8 @@ void takeNumber(Encoding& into, std::uint64_t field, std::uint64_t value) {
   if (field == fieldNumber(Tag::stringLengths)) into.stringLengths.push_back(value);
 }
 
-void takePacked(std::vector<std::uint64_t>& into, std::span<const std::uint8_t> packed) {
+template <class Numbers>
+void takePacked(Numbers& into, std::span<const std::uint8_t> packed) {
   const auto count = std::ranges::count_if(packed, [](std::uint8_t byte) { return byte < 128; });
   into.reserve(into.size() + static_cast<std::size_t>(count));
   for (WireReader numbers(packed); !numbers.atEnd();) into.push_back(numbers.number());

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -10,13 +11,16 @@
 
 namespace kestreldata::detail {
 
+/// Of strings. Most messages have one.
+using Lengths = boost::container::small_vector<std::uint64_t, 1>;
+
 /// What a message says, sound or not. The payload lies where the message lies.
 struct Encoding {
   std::uint32_t type = 0;
   std::uint32_t endMark = 0;
   Dimensions dimensions;
   std::span<const std::uint8_t> payload;
-  std::vector<std::uint64_t> stringLengths;
+  Lengths stringLengths;
   std::vector<Encoding> cells;
 };
 

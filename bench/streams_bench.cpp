@@ -60,7 +60,7 @@ void smallMessagesThroughTheQueue(benchmark::State& state) {
   constexpr int perBatch = 1000;
   for (auto _ : state) {
     for (int i = 0; i < perBatch; ++i) {
-      queue.push(std::make_shared<MemoryMessage>(stamp, bytes.data(), bytes.size(), AttributeMap{}), 320);
+      queue.push(MemoryMessage::copying(stamp, bytes.data(), bytes.size(), AttributeMap{}), 320);
     }
     benchmark::DoNotOptimize(queue.take(batch, {}));
   }

@@ -21,9 +21,11 @@ ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
   if (!owner && message.size >= memory::leastKept) {  // before a large copy is made in vain
     if (auto why = _stream->refusal(message.size, cost)) return {std::move(why), {}};
   }
-  const auto copy = std::make_shared<MemoryMessage>(message.stamp, message.data, message.size,
-                                                    message.attributes, std::move(owner));
-  if (auto why = _stream->publish(copy, cost)) return {std::move(why), {}};
+  const auto queued =
+      owner ? MemoryMessage::sharing(message.stamp, message.data, message.size, message.attributes,
+                                     std::move(owner))
+            : MemoryMessage::copying(message.stamp, message.data, message.size, message.attributes);
+  if (auto why = _stream->publish(queued, cost)) return {std::move(why), {}};
   _heard = true;
   if (!_acknowledge) return {std::nullopt, emptyAcknowledgement()};
   std::string id;

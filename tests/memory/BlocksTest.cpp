@@ -1,6 +1,8 @@
 #include "kestrel/memory/Blocks.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <limits>
@@ -43,6 +45,29 @@ TEST(Blocks, GoFromThreadToThread) {
     });
   }
 }
+
+#if !defined(__SANITIZE_THREAD__)  // which lets no thread begin in a forked process
+TEST(Blocks, CanBeHadInAForkedProcess) {
+  const auto useThem = [] {
+    Buffer buffer(leastKept);
+    buffer.freeze();
+    return ownerOf(buffer.data(), 1).size == leastKept;
+  };
+  std::jthread busy([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) (void)useThem();
+  });
+  for (int i = 0; i < 200; ++i) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::alarm(60);
+      ::_exit(useThem() && kept() > 0 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0) << "in process " << i;
+  }
+}
+#endif
 
 TEST(Buffer, IsFoundByItsBytesOnceItIsFrozenAndStaysForThoseWhoFoundIt) {
   const std::vector<std::uint8_t> bytes(leastKept, 7);

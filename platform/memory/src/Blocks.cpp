@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "BlockCache.hpp"
+#include "HeldOverFork.hpp"
 #include "Mapping.hpp"
 #include "Poison.hpp"
 #include "kestrel/callbacks/ThreadSafety.hpp"
@@ -26,12 +27,19 @@ void unmap(const Block& block) noexcept {
 }
 
 /// The blocks that the process keeps, and the thread that gives back what lies idle, which exists only while
-/// there is something. Never destroyed: memory is given back until the very end of the process.
+/// there is something.
 class Store {
  public:
   static Store& shared() {
-    static auto* const store = new Store;
+    static auto* const store = makeHeldOverFork<Store>();
     return *store;
+  }
+
+  void beforeFork() KESTREL_ACQUIRE(_mutex) { _mutex.lock(); }
+  void afterFork() KESTREL_RELEASE(_mutex) { _mutex.unlock(); }
+  void afterForkInChild() KESTREL_RELEASE(_mutex) {
+    _sweeping = false;  // threads stay behind
+    _mutex.unlock();
   }
 
   void* take(std::size_t capacity) {

@@ -2,6 +2,7 @@
 
 #include <iterator>
 
+#include "HeldOverFork.hpp"
 #include "kestrel/memory/Blocks.hpp"
 
 namespace kestrel::memory {
@@ -22,7 +23,7 @@ struct SharedBlocks::Holder {
 };
 
 SharedBlocks& SharedBlocks::shared() {
-  static auto* const blocks = new SharedBlocks;
+  static auto* const blocks = makeHeldOverFork<SharedBlocks>();
   return *blocks;
 }
 

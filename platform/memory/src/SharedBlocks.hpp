@@ -13,8 +13,11 @@ namespace kestrel::memory {
 /// The frozen blocks of the process, by address. Safe from any thread.
 class SharedBlocks {
  public:
-  /// Never destroyed: blocks are let go of until the very end of the process.
   static SharedBlocks& shared();
+
+  void beforeFork() KESTREL_ACQUIRE(_mutex) { _mutex.lock(); }
+  void afterFork() KESTREL_RELEASE(_mutex) { _mutex.unlock(); }
+  void afterForkInChild() KESTREL_RELEASE(_mutex) { _mutex.unlock(); }
 
   /// Takes over a block of allocate(), of which the first `size` bytes are to be found. Throws
   /// std::bad_alloc, and the block stays the caller's.

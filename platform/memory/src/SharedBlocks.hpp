@@ -15,9 +15,9 @@ class SharedBlocks {
  public:
   static SharedBlocks& shared();
 
-  void beforeFork() KESTREL_ACQUIRE(_mutex) { _mutex.lock(); }
-  void afterFork() KESTREL_RELEASE(_mutex) { _mutex.unlock(); }
-  void afterForkInChild() KESTREL_RELEASE(_mutex) { _mutex.unlock(); }
+  void beforeFork() KESTREL_UNCHECKED { _mutex.lock(); }
+  void afterFork() KESTREL_UNCHECKED { _mutex.unlock(); }
+  void afterForkInChild() KESTREL_UNCHECKED { _mutex.unlock(); }
 
   /// Takes over a block of allocate(), of which the first `size` bytes are to be found. Throws
   /// std::bad_alloc, and the block stays the caller's.

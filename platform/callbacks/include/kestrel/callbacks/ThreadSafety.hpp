@@ -17,6 +17,8 @@
 #define KESTREL_REQUIRES(...) KESTREL_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define KESTREL_ACQUIRE(...) KESTREL_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define KESTREL_RELEASE(...) KESTREL_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+/// For a function that takes a lock for another one to give back.
+#define KESTREL_UNCHECKED KESTREL_THREAD_ANNOTATION(no_thread_safety_analysis)
 
 namespace kestrel::callbacks {
 

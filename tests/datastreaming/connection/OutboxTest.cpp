@@ -118,6 +118,7 @@ TEST_F(OutboxTest, LeavesWritingToTheLoopWhileMessagesFollowEachOtherFasterThanI
   session->messageBytes = full / 2;
   EXPECT_EQ(lastOf(1, 15us), "m, flush") << "much is worth a write of its own";
   session->messageBytes = 1;
+  EXPECT_EQ(lastOf(50, 1us), "m, wake");
   EXPECT_EQ(lastOf(1, 100us), "m, wake");
   EXPECT_EQ(lastOf(1, 1us), "m, flush") << "after a pause";
   EXPECT_EQ(lastOf(9, 1us), "m, wake");

@@ -1,6 +1,7 @@
 #include "sequencing/PayloadSequencer.hpp"
 
 #include <gmock/gmock.h>
+#include <kestrel/memory/Buffer.hpp>
 
 #include <sstream>
 
@@ -137,6 +138,24 @@ TEST(PayloadSequencer, RemembersABoundedNumberOfProducersAndAllThatAreWithinAPay
 TEST(PayloadSequencer, ForgetsNobodyIntoALoss) {
   Script script({.producers = 2});
   EXPECT_EQ(script.run("A1 +10 oB5 oC5 +10 sD5 oA1"), "A1 -5") << "only D has begun since";
+}
+
+TEST(PayloadAssembly, CountsThePagesThatALengthTakesAndLetsNobodyHoldOnToMuchMoreThanItsBytes) {
+  const std::vector<std::uint8_t> bytes(256 << 10);
+  const auto mayBeHeld = [&](std::uint64_t told, std::uint64_t leastCost) {
+    PayloadAssembly assembly(1, 1);
+    Frame piece;
+    piece.data = bytes.data();
+    piece.size = bytes.size();
+    piece.stamp.whole = told;
+    assembly.add(piece);
+    EXPECT_GE(assembly.cost(), leastCost);
+    EXPECT_LT(assembly.cost(), 2 * leastCost) << "cheap words must not push others out";
+    const Frame whole = std::move(assembly).whole();
+    return memory::ownerOf(whole.data, whole.size).owner != nullptr;
+  };
+  EXPECT_TRUE(mayBeHeld(300 << 10, bytes.size()));
+  EXPECT_FALSE(mayBeHeld(64 << 20, 2 << 20));
 }
 
 }  // namespace

@@ -28,11 +28,12 @@ bool PayloadAssembly::continues(const Frame& piece) const {
 }
 
 /// How long the payload is, as its first piece tells. Anybody may tell anything, so a small piece is not
-/// believed: 2 MiB, a large page, may be taken for it at once. And none is believed beyond so many of its
-/// size: memory that is not written to costs little, but not nothing.
+/// believed, and none beyond so many of its size: memory that is not written to costs little, but not
+/// nothing.
 std::uint64_t PayloadAssembly::likelySize(const Frame& first) {
-  constexpr std::uint64_t leastBelieved = 256 << 10, mostPieces = 256;
-  return first.size < leastBelieved ? 0 : std::min(first.stamp.whole, mostPieces * first.size);
+  constexpr std::uint64_t leastBelieved = 256 << 10, mostBelieved = 1 << 30, mostPieces = 256;
+  if (first.size < leastBelieved) return 0;
+  return std::min({first.stamp.whole, mostPieces * first.size, mostBelieved});
 }
 
 void PayloadAssembly::copy(const Frame& piece) {
@@ -75,7 +76,8 @@ Frame PayloadAssembly::whole() && {
   frame.size = _bytes;
   frame.messages = _pieces;
   if (_copy) {
-    _copy->freeze();
+    // Frozen, they may be held on to by whoever reads them; so not if there is much more behind them.
+    if (_copy->capacity() / 2 <= _bytes) _copy->freeze();
     frame.data = _copy->data();
     frame.owner = std::move(_copy);
   } else {
@@ -84,6 +86,17 @@ Frame PayloadAssembly::whole() && {
   }
   if (!_receipts.empty()) frame.receipt = std::make_unique<Receipts>(std::move(_receipts));
   return frame;
+}
+
+std::uint64_t PayloadAssembly::cost() const {
+  return std::max(_bytes, memoryTaken()) + pieceCost * _pieces + _attributesCost + payloadCost;
+}
+
+std::uint64_t PayloadAssembly::memoryTaken() const {
+  constexpr std::uint64_t largePage = 2 << 20;  // which is taken whole by the first byte in it
+  if (_owner) return _kept;
+  if (!_copy || _copy->capacity() < largePage) return 0;
+  return std::min<std::uint64_t>(_copy->capacity(), (_bytes + largePage - 1) / largePage * largePage);
 }
 
 void PayloadAssembly::settleAll() {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -36,15 +35,14 @@ class PayloadAssembly {
   [[nodiscard]] TimePoint heard() const { return _last.arrival; }
   void excuse(Clock::duration time) { _last.arrival += time; }
   /// The memory that it takes, by estimate: bytes, pieces, and what there is to it besides.
-  [[nodiscard]] std::uint64_t cost() const {
-    return std::max(_bytes, _owner ? _kept : 0) + pieceCost * _pieces + _attributesCost + payloadCost;
-  }
+  [[nodiscard]] std::uint64_t cost() const;
 
  private:
   static constexpr std::uint64_t pieceCost = 128;
   static constexpr std::uint64_t payloadCost = 1024;
 
   [[nodiscard]] bool continues(const Frame& piece) const;
+  [[nodiscard]] std::uint64_t memoryTaken() const;
   [[nodiscard]] static std::uint64_t likelySize(const Frame& first);
   [[nodiscard]] std::shared_ptr<memory::Buffer> makeRoom() const;
   void copy(const Frame& piece);

@@ -34,7 +34,8 @@ ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
 }
 
 /// Whoever shares one piece of a payload keeps all of it, so the first one is charged for all, and the others
-/// for nothing. Where there is no room for so much, pieces are copied, and keep themselves alone.
+/// for nothing, unless a queue was made meanwhile. Where there is no room for so much, pieces are copied, and
+/// keep themselves alone.
 MemoryProducer::Taken MemoryProducer::takeOver(const Outgoing& message) {
   const Stamp& stamp = message.stamp;
   const std::uint64_t copyCost = ByteBudget::costOf(message.size, message.attributes);
@@ -42,10 +43,12 @@ MemoryProducer::Taken MemoryProducer::takeOver(const Outgoing& message) {
   if (stamp.chunked || message.size >= memory::leastKept)
     frozen = memory::ownerOf(message.data, message.size);
   const bool isFirst = stamp.chunkIndex == 0;
-  const bool goesOn = !isFirst && frozen.owner && _shared.lock() == frozen.owner;
+  const std::uint64_t queues = _stream->queuesMade();
+  const bool goesOn = !isFirst && frozen.owner && _shared.lock() == frozen.owner && queues == _sharedBy;
   const std::uint64_t cost = ByteBudget::costOf(goesOn ? 0 : frozen.size, message.attributes);
   const bool shares = goesOn || (isFirst && frozen.owner && !_stream->refusal(message.size, cost));
   _shared = shares ? frozen.owner : nullptr;
+  _sharedBy = queues;
   if (!shares) return {nullptr, copyCost};
   return {std::move(frozen.owner), cost};
 }

@@ -30,6 +30,7 @@ class MemoryProducer final : public ProducerBase {
   const std::shared_ptr<MemoryStream> _stream;
   const bool _acknowledge;
   std::weak_ptr<const std::uint8_t> _shared;  // the bytes of the payload that goes on, if they are; as _heard
+  std::uint64_t _sharedBy = 0;                // the stream's queues when it began; as _heard
   bool _heard = false;                        // a message was accepted; guarded by the lock of ProducerBase
 };
 

@@ -53,7 +53,7 @@ void MemoryStream::announce(MemoryQueue::Kind kind, std::uint64_t producer) {
 
 std::shared_ptr<MemoryQueue> MemoryStream::attach() {
   const callbacks::MutexLock lock(_mutex);
-  if (_attended) return _queues.emplace_back(std::make_shared<MemoryQueue>(_queueLimit));
+  if (_attended) return addQueue();
   _attended = true;
   return _queues.front();
 }
@@ -62,8 +62,14 @@ void MemoryStream::detach(const std::shared_ptr<MemoryQueue>& queue) {
   const callbacks::MutexLock lock(_mutex);
   std::erase(_queues, queue);
   if (!_queues.empty()) return;
-  _queues.push_back(std::make_shared<MemoryQueue>(_queueLimit));
+  (void)addQueue();
   _attended = false;
+}
+
+std::shared_ptr<MemoryQueue> MemoryStream::addQueue() {
+  auto& queue = _queues.emplace_back(std::make_shared<MemoryQueue>(_queueLimit));
+  _queuesMade.fetch_add(1, std::memory_order_relaxed);
+  return queue;
 }
 
 MemoryStreams& MemoryStreams::shared() {

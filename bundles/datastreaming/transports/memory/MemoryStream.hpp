@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -35,11 +36,15 @@ class MemoryStream {
   /// Tells all consumers of a producer.
   void announce(MemoryQueue::Kind kind, std::uint64_t producer);
 
+  /// Changes whenever a queue is made that lacks what came before.
+  [[nodiscard]] std::uint64_t queuesMade() const { return _queuesMade.load(std::memory_order_relaxed); }
+
   /// The queue of a new consumer; the first one's holds what was kept.
   [[nodiscard]] std::shared_ptr<MemoryQueue> attach();
   void detach(const std::shared_ptr<MemoryQueue>& queue);
 
  private:
+  [[nodiscard]] std::shared_ptr<MemoryQueue> addQueue() KESTREL_REQUIRES(_mutex);
   [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost) const
       KESTREL_REQUIRES(_mutex);
 
@@ -49,6 +54,7 @@ class MemoryStream {
   std::vector<std::shared_ptr<MemoryQueue>> _queues KESTREL_GUARDED_BY(_mutex){
       std::make_shared<MemoryQueue>(_queueLimit)};
   bool _attended KESTREL_GUARDED_BY(_mutex) = false;  // a consumer is attached
+  std::atomic<std::uint64_t> _queuesMade{1};          // written under the lock
   std::weak_ptr<StreamContext> _context KESTREL_GUARDED_BY(_mutex);
 };
 

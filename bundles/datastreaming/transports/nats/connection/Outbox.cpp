@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <new>
 #include <utility>
 
 namespace kestrel::streams {
@@ -45,24 +46,22 @@ std::optional<std::string> Outbox::enqueue(Post post) {
            " bytes that may wait for the connection " + std::to_string(_waitingBytes) + " are taken" +
            (_session ? "" : "; " + _away);
   }
-  _waitingBytes += post.cost;
+  const std::uint64_t cost = post.cost;
   _waiting.push_back(std::move(post));
+  _waitingBytes += cost;
   if (!_pumping && _session && _session->loopWrites()) _session->wake();
   return std::nullopt;
 }
 
 std::optional<std::string> Outbox::writeNow(Post post, Failed& others) {
   Session& session = *_session;
-  _pumping = true;
+  const Pumping mark(*this);
   const natsStatus status = publish(session, post);
-  std::optional<std::string> refused;
-  if (foundConnectionLost(status)) {
-    putBack(std::move(post));
-  } else if (status != NATS_OK) {
-    refused = refusal(status);
-  }
+  const bool lost = foundConnectionLost(status);
+  if (lost) putBack(std::move(post));
   others = drain(session, senderRounds);
-  return refused;
+  if (lost || status == NATS_OK) return std::nullopt;
+  return refusal(status);
 }
 
 void Outbox::noteGap() {
@@ -75,8 +74,9 @@ void Outbox::noteGap() {
 }
 
 void Outbox::putBack(Post post) {
-  _waitingBytes += post.cost;
+  const std::uint64_t cost = post.cost;
   _waiting.push_front(std::move(post));
+  _waitingBytes += cost;
 }
 
 void Outbox::flush() {
@@ -85,24 +85,27 @@ void Outbox::flush() {
   {
     const callbacks::MutexLock lock(_mutex);
     if (!_session || _pumping || _session->loopWrites()) return;
-    _pumping = true;
+    const Pumping mark(*this);
     failed = drain(*_session, senderRounds);
   }
   report(failed);
 }
 
 void Outbox::pump() {
-  Failed failed;
-  {
-    const callbacks::MutexLock lock(_mutex);
-    if (!_session) return;
-    // Whoever pumps now may have seen the state from before the event that this call is about.
-    _pumpAgain = _pumping;
-    if (_pumping) return;
-    _pumping = true;
-    failed = drain(*_session, 0);
+  try {
+    report(pumped());
+  } catch (const std::bad_alloc&) {  // to say what the client has refused, which receivers will miss
   }
-  report(failed);
+}
+
+Outbox::Failed Outbox::pumped() {
+  const callbacks::MutexLock lock(_mutex);
+  if (!_session) return {};
+  // Whoever pumps now may have seen the state from before the event that this call is about.
+  _pumpAgain = _pumping;
+  if (_pumping) return {};
+  const Pumping mark(*this);
+  return drain(*_session, 0);
 }
 
 Outbox::Failed Outbox::drain(Session& session, int rounds) {
@@ -116,8 +119,6 @@ Outbox::Failed Outbox::drain(Session& session, int rounds) {
     more = _pumpAgain || (!_waiting.empty() && takesMore());
   } while (more && (onLoop || --rounds > 0));
   if (more) session.wake();
-  _pumping = false;
-  _pumped.notify_all();
   return failed;
 }
 

@@ -79,7 +79,23 @@ class Outbox {
     std::string why;
   };
 
+  /// The calling thread uses the connection as long as one exists. Made and destroyed under the lock.
+  class Pumping {
+   public:
+    explicit Pumping(Outbox& outbox) KESTREL_UNCHECKED : _outbox(outbox) { outbox._pumping = true; }
+    ~Pumping() KESTREL_UNCHECKED {
+      _outbox._pumping = false;
+      _outbox._pumped.notify_all();
+    }
+    Pumping(const Pumping&) = delete;
+    Pumping& operator=(const Pumping&) = delete;
+
+   private:
+    Outbox& _outbox;
+  };
+
   static void report(const Failed& failed);
+  [[nodiscard]] Failed pumped();
   [[nodiscard]] bool takesMore() const KESTREL_REQUIRES(_mutex);
   [[nodiscard]] std::optional<std::string> enqueue(Post post) KESTREL_REQUIRES(_mutex);
   [[nodiscard]] std::optional<std::string> writeNow(Post post, Failed& others) KESTREL_REQUIRES(_mutex);
@@ -89,8 +105,7 @@ class Outbox {
     return post.session != 0 && (!_session || post.session != _session->number());
   }
   // These are for the thread that pumps. They give the lock up while the client or the system works, and the
-  // session may be left meanwhile. drain() ends the pumping; after so many rounds, unless 0, the loop goes
-  // on.
+  // session may be left meanwhile. After so many rounds of drain(), unless 0, the loop goes on.
   [[nodiscard]] natsStatus publish(Session& session, const Post& post) KESTREL_REQUIRES(_mutex);
   [[nodiscard]] Failed drain(Session& session, int rounds) KESTREL_REQUIRES(_mutex);
   void appendWaiting(Session& session, Failed& failed) KESTREL_REQUIRES(_mutex);

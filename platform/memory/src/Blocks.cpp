@@ -38,7 +38,9 @@ class Store {
   void beforeFork() KESTREL_UNCHECKED { _mutex.lock(); }
   void afterFork() KESTREL_UNCHECKED { _mutex.unlock(); }
   void afterForkInChild() KESTREL_UNCHECKED {
-    _sweeping = false;  // threads stay behind
+    Surplus surplus;  // all, for the thread that would give it back has stayed behind
+    _cache.expire(Clock::time_point::max(), surplus.blocks);
+    _sweeping = false;
     _mutex.unlock();
   }
 

@@ -4,6 +4,7 @@
 
 #include "BodyAccess.hpp"
 #include "Requirement.hpp"
+#include "StructureCost.hpp"
 #include "WireReader.hpp"
 
 namespace kestreldata::detail {
@@ -32,10 +33,12 @@ void takePacked(Numbers& into, std::span<const std::uint8_t> packed) {
 /// How many cells to make room for before the first one, when so many bytes follow it.
 std::size_t roomForCells(const Encoding& message, bool counted, std::size_t left) {
   constexpr std::size_t usual = 4;
+  constexpr std::size_t most = maxStructureBytes / StructureCost::perArray;
   constexpr std::size_t shortest = 2;  // bytes: its tag and its length
   if (!counted) return usual;
   // Dimensions may still be replaced by others that are the ones that were counted.
-  return std::min(elementCount(message.dimensions, sizeof(Encoding)).value_or(0), 1 + left / shortest);
+  return std::min(
+      {elementCount(message.dimensions, sizeof(Encoding)).value_or(0), 1 + left / shortest, most});
 }
 
 Encoding read(std::span<const std::uint8_t> bytes, std::size_t depth, bool counted) {

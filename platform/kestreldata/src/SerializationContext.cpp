@@ -14,7 +14,7 @@
 
 namespace kestreldata {
 
-// Parsing a smaller encoding takes up less than 2 MB whatever it holds, and walking over it first would cost
+// Parsing a smaller encoding takes up less than 5 MB whatever it holds, and walking over it first would cost
 // a noticeable part of decoding it.
 constexpr std::size_t smallEncoding = std::size_t{16} * 1024;
 

@@ -17,10 +17,11 @@ class StructureCost {
   void addStrings(std::size_t count) { add(count, perString); }
   void addHigherDimensions(std::size_t count) { add(count, perDimension); }
 
- private:
   // Measured with glibc's allocator on x86-64: at most 320, 48 and 16 bytes, a message's own parts, what is
   // built from it and the allocator's share included.
   static constexpr std::size_t perArray = 320;
+
+ private:
   static constexpr std::size_t perString = 64;
   static constexpr std::size_t perDimension = 32;
 

@@ -27,7 +27,8 @@ class TypedArray : public Array {
   TypedArray(const Array& array) : Array(checked(array)) {}
   TypedArray(Array&& array) : Array(std::move(checked(array))) {}
 
-  /// The elements in column-major order, to read.
+  /// The elements in column-major order, to read. Writing to the array, also through this very object, ends
+  /// all iterators that were had before.
   [[nodiscard]] const_iterator begin() const noexcept { return first(); }
   [[nodiscard]] const_iterator end() const noexcept { return first() + size(); }
   [[nodiscard]] const_iterator cbegin() const noexcept { return begin(); }

@@ -37,6 +37,9 @@ forbid $streams/transports/nats/durable "transports/nats/live/" "durable streams
 forbid src/commands "(messenger|transfer|factories)/" "commands are stateless"
 forbid src/transfer "(messenger|factories|commands)/" "knows payloads, not messages"
 
+for folder in memory callbacks export; do
+  forbid "platform/$folder" "kestreldata|kestrel/[^mce]|$third_party" "needs the standard library only"
+done
 for folder in kestreldata diagnostics; do
   forbid "platform/$folder" "kestrel/(framework|host|threadpool|crypto|interrupt|datastreaming|agentdirectory)" "stands alone"
 done

@@ -108,24 +108,6 @@ TEST_F(MemoryTransportTest, WhoeverSharesAPieceIsChargedForAllThatItKeepsOrCopie
   const auto receiver = notingConsumer(inbox);
   EXPECT_TRUE(inbox.waitTexts(2)[1].starts_with('b'));
   EXPECT_EQ(_places[0], bytes.data());
-  EXPECT_NE(_places[1], bytes.data() + memory::leastKept);
-}
-
-TEST_F(MemoryTransportTest, PiecesThatWereCopiedAreJoinedInMemoryThatIsTakenOnce) {
-  constexpr std::size_t piece = 8 * memory::leastKept;
-  memory::Buffer block(8 * piece);
-  block.freeze();
-  memory::setLimit(0);  // so that nothing is kept any more
-  memory::setLimit(memory::defaultLimit);
-  _factory = memoryOf(6 * piece).factory;
-  const auto sender = producer();
-  for (const std::size_t index : {0, 1, 2, 3})
-    (void)sender->send(block.data() + index * piece, piece, pieceAttributes(index == 3));
-  Inbox inbox;
-  auto receiver = consumer(inbox.callback());
-  EXPECT_EQ(inbox.waitTexts(1)[0].size(), 4 * piece);
-  receiver.reset();
-  EXPECT_EQ(memory::kept(), (4 + 8) * piece) << "four copies, and what they were joined in";
 }
 
 TEST_F(MemoryTransportTest, WhatIsKeptIsBoundedUntilItIsHandledAndTheRefusalSaysSo) {

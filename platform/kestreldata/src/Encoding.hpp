@@ -15,7 +15,7 @@ namespace kestreldata::detail {
 using Lengths = boost::container::small_vector<std::uint64_t, 1>;
 
 /// What a message says, sound or not. The payload lies where the message lies.
-struct Encoding {
+struct Encoding {  // NOLINT(bugprone-exception-escape): numbers in place move without an allocation
   std::uint32_t type = 0;
   std::uint32_t endMark = 0;
   Dimensions dimensions;

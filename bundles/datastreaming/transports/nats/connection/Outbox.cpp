@@ -147,9 +147,7 @@ void Outbox::write(Session& session, bool onLoop) {
   // yet after that of another thread.
   if (moreExpected) {
     session.wakeLater();
-  } else if (moreFollow) {
-    session.wake();
-  } else if (!session.flush() && !onLoop) {
+  } else if (moreFollow || (!session.flush() && !onLoop)) {
     session.wake();
   }
   _mutex.lock();

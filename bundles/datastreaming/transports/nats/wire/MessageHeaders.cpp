@@ -66,6 +66,15 @@ bool takeNumber(const char*& at, const char* end, T& number, int base = 10) {
   return true;
 }
 
+char* putFlags(const Stamp& stamp, char* at, char* end) {
+  if (stamp.chunked) *at++ = 'c';
+  if (!stamp.last) *at++ = 'm';
+  if (stamp.abandons) *at++ = 'a';
+  if (stamp.whole == 0) return at;
+  *at++ = 'w';
+  return std::to_chars(at, end, stamp.whole).ptr;
+}
+
 /// Reads one flag, and the number behind it if it has one.
 bool takeFlag(const char*& at, const char* end, Stamp& stamp) {
   switch (*at++) {
@@ -108,13 +117,7 @@ std::string writeStamp(const Stamp& stamp) {
   put(stamp.payload, 10);
   put(stamp.chunkIndex, 10);
   put(stamp.refusedBefore, 10);
-  if (stamp.chunked) *at++ = 'c';
-  if (!stamp.last) *at++ = 'm';
-  if (stamp.abandons) *at++ = 'a';
-  if (stamp.whole > 0) {
-    *at++ = 'w';
-    at = std::to_chars(at, end, stamp.whole).ptr;
-  }
+  at = putFlags(stamp, at, end);
   if (stamp.age >= 0) {
     *at++ = '.';
     at = std::to_chars(at, end, stamp.age).ptr;

@@ -99,9 +99,10 @@ void Accounts::addReceived(Id receiver, const Record& record) {
 }
 
 /// A durable message may come again, to somebody else, when the one that had got it could not say so any
-/// more.
+/// more, or when the server, which writes acknowledgements down some time later, failed in between.
 bool Accounts::mayRepeat(const Repeat& repeat) const {
   if (_transport != Transport::durable || repeat.former.receiver == repeat.next.receiver) return false;
+  if (serverFailed(repeat.former.time, repeat.next.time)) return true;
   const auto process = static_cast<std::uint32_t>(repeat.former.receiver >> 32);
   const auto former = _receivers.find(repeat.former.receiver);
   if (former != _receivers.end() && former->second.left > 0) {
@@ -132,6 +133,12 @@ bool Accounts::inOutage(std::uint32_t process, std::int64_t from, std::int64_t t
   });
 }
 
+bool Accounts::serverFailed(std::int64_t from, std::int64_t to) const {
+  return std::any_of(_outages.begin(), _outages.end(), [&](const Outage& outage) {
+    return outage.process == Outage::everybody && outage.from >= from && outage.from <= to;
+  });
+}
+
 /// When it had certainly ended; 0 if it has not.
 std::int64_t Accounts::endOf(const Receiver& receiver) const {
   return receiver.left > 0 ? receiver.left : killTime(receiver.process);
@@ -151,6 +158,13 @@ bool Accounts::endedUnseen(const Sender& sender, std::int64_t time) const {
   const std::int64_t processEnd = process == _ended.end() ? killTime(sender.process) : process->second;
   if (_transport == Transport::durable) return processEnd > 0 && inOutage(sender.process, time, processEnd);
   return _transport == Transport::live && sender.closed > 0 && inOutage(sender.process, time, sender.closed);
+}
+
+/// Whether anything that it sent earlier has come to anybody.
+bool Accounts::heardBefore(const Sender& sender, std::uint64_t number) {
+  const auto end =
+      sender.holders.begin() + static_cast<std::ptrdiff_t>(std::min(number, sender.holders.size()));
+  return std::any_of(sender.holders.begin(), end, [](const Holder& holder) { return holder.receiver != 0; });
 }
 
 /// Who had it to take: live, the last receiver that had begun when it was sent; in memory, which keeps what
@@ -178,7 +192,7 @@ bool Accounts::leftWithReceiver(const Sender& sender, std::uint64_t number, std:
   return last == sender.lastOf.end() || last->second < number;
 }
 
-Reported Accounts::reportedOn(Lane lane) const {
+Reported Accounts::reportedOn(Lane lane, std::uint64_t unheard) const {
   Reported sum;
   for (const auto& [whose, counts] : _reports) {
     if (whose.second != lane) continue;
@@ -187,10 +201,12 @@ Reported Accounts::reportedOn(Lane lane) const {
     (byReceiver ? sum.lost : sum.givenUp) += counts.second;
   }
   // Where both ends stay the gaps are exact; the sender also gives up what was stored without its knowing. Of
-  // one that goes, the receivers may not hear at all, and one that comes does not know what came before.
+  // one that goes, the receivers may not hear at all, and one that comes does not know what came before; nor
+  // is it a gap to anybody what a sender gives up before anything of it has come.
   const bool stays = lane == Lane::steady || lane == Lane::flood || lane == Lane::idle;
   const bool exact = _transport == Transport::durable && stays;
-  sum.counted = sum.refused + (exact ? sum.lost : std::max(sum.givenUp, sum.lost));
+  sum.counted =
+      sum.refused + (exact ? sum.lost + std::min(unheard, sum.givenUp) : std::max(sum.givenUp, sum.lost));
   return sum;
 }
 
@@ -206,6 +222,7 @@ void Accounts::judgeLosses(Verdict& verdict) const {
       Missing& missing = lanes[sender.lane];
       ++missing.arrays;
       missing.pieces += sent.pieces;
+      if (!heardBefore(sender, number)) missing.unheard += sent.pieces;
       if (missing.examples.size() > 200) continue;
       missing.examples += " " + std::to_string(sender.process) + "/" + std::to_string(id & 0xffffffff) + ":" +
                           std::to_string(number) + "(of " + std::to_string(sender.highestSent) +
@@ -217,7 +234,7 @@ void Accounts::judgeLosses(Verdict& verdict) const {
 
 /// Each piece of an array that is missing has been counted somewhere, or the array has not been reported.
 void Accounts::judgeLane(Lane lane, const Missing& missing, Verdict& verdict) const {
-  Reported reported = reportedOn(lane);
+  Reported reported = reportedOn(lane, missing.unheard);
   const std::uint64_t counted = reported.counted;
   const std::uint64_t silent =
       counted < missing.pieces ? std::min(missing.arrays, missing.pieces - counted) : 0;

@@ -79,6 +79,7 @@ class Accounts {
   struct Missing {
     std::uint64_t arrays = 0;
     std::uint64_t pieces = 0;
+    std::uint64_t unheard = 0;  // of the pieces: before the first message of their sender that came
     std::string examples{};
   };
   struct Repeat {
@@ -114,16 +115,18 @@ class Accounts {
   void addReceived(Id receiver, const Record& record);
   [[nodiscard]] bool mayRepeat(const Repeat& repeat) const;
   [[nodiscard]] Fate fateOf(const Sender& sender, std::uint64_t number, std::int64_t time) const;
+  [[nodiscard]] static bool heardBefore(const Sender& sender, std::uint64_t number);
   [[nodiscard]] bool endedUnseen(const Sender& sender, std::int64_t time) const;
   [[nodiscard]] bool leftWithReceiver(const Sender& sender, std::uint64_t number, std::int64_t time) const;
   [[nodiscard]] const std::pair<const Id, Receiver>* receiverOf(Lane lane, std::int64_t time) const;
   [[nodiscard]] bool inOutage(std::uint32_t process, std::int64_t from, std::int64_t to) const;
+  [[nodiscard]] bool serverFailed(std::int64_t from, std::int64_t to) const;
   [[nodiscard]] std::int64_t endOf(const Receiver& receiver) const;
   [[nodiscard]] std::int64_t killTime(std::uint32_t process) const;
   void judgeLosses(Verdict& verdict) const;
   void judgeFailures(Verdict& verdict) const;
   void judgeLane(Lane lane, const Missing& missing, Verdict& verdict) const;
-  [[nodiscard]] Reported reportedOn(Lane lane) const;
+  [[nodiscard]] Reported reportedOn(Lane lane, std::uint64_t unheard = 0) const;
 
   const Transport _transport;
   std::map<std::uint64_t, Sender> _senders;

@@ -11,7 +11,7 @@ namespace remote_connectivity::asyncio::util {
                                                     const kestreldata::Array& array) {
   const auto message = context.convertToProtobuf(array);
   const std::size_t size = message->ByteSizeLong();
-  kestrel::memory::Buffer bytes(size);
+  auto bytes = kestrel::memory::Buffer::toSend(size);
   if (!message->SerializeToArray(bytes.data(), static_cast<int>(size))) return {};
   bytes.freeze();
   return bytes;

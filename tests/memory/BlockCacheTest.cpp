@@ -18,7 +18,7 @@ class BlockCacheTest : public testing::Test {
     _cache.keep({reinterpret_cast<void*>(number), capacity}, Time(at), _surplus);
   }
   std::uintptr_t take(std::size_t capacity) {
-    return reinterpret_cast<std::uintptr_t>(_cache.take(capacity));
+    return reinterpret_cast<std::uintptr_t>(_cache.take(capacity).pages);
   }
   /// The numbers of those that had to go since it was asked last.
   std::vector<std::uintptr_t> gone() {

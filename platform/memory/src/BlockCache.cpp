@@ -12,21 +12,21 @@ std::size_t BlockCache::capacityFor(std::size_t size) noexcept {
   return (size + step - 1) / step * step;
 }
 
-void* BlockCache::take(std::size_t capacity) {
-  const auto found = _byCapacity.find(capacity);
-  if (found == _byCapacity.end() || found->second.empty()) return nullptr;
+BlockCache::Block BlockCache::take(std::size_t capacity, bool mappable) {
+  const auto found = _byKind.find({capacity, mappable});
+  if (found == _byKind.end() || found->second.empty()) return {};
   const auto newest = found->second.back();
   found->second.pop_back();
-  if (found->second.empty()) _byCapacity.erase(found);
-  void* const pages = newest->pages;
+  if (found->second.empty()) _byKind.erase(found);
+  const Block block = *newest;
   _ages.erase(newest);
   _kept -= capacity;
-  return pages;
+  return block;
 }
 
 void BlockCache::keep(Block block, Clock::time_point now, Blocks& surplus) {
   shrinkTo(_limit - block.capacity, surplus);
-  auto& same = _byCapacity[block.capacity];
+  auto& same = _byKind[kindOf(block)];
   same.reserve(same.size() + 1);  // all that can fail comes before anything is changed
   block.since = now;
   same.push_back(_ages.insert(_ages.end(), block));
@@ -48,9 +48,9 @@ void BlockCache::shrinkTo(std::size_t bytes, Blocks& surplus) noexcept {
 
 void BlockCache::dropOldest(Blocks& surplus) noexcept {
   const std::size_t capacity = _ages.front().capacity;
-  const auto same = _byCapacity.find(capacity);
+  const auto same = _byKind.find(kindOf(_ages.front()));
   same->second.erase(same->second.begin());
-  if (same->second.empty()) _byCapacity.erase(same);
+  if (same->second.empty()) _byKind.erase(same);
   surplus.splice(surplus.end(), _ages, _ages.begin());
   _kept -= capacity;
 }

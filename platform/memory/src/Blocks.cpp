@@ -1,14 +1,18 @@
 #include "kestrel/memory/Blocks.hpp"
 
+#include <unistd.h>
+
+#include <atomic>
 #include <exception>
 #include <limits>
 #include <new>
 #include <thread>
 
 #include "BlockCache.hpp"
-#include "HeldOverFork.hpp"
+#include "MappableBlocks.hpp"
 #include "Mapping.hpp"
 #include "Poison.hpp"
+#include "kestrel/callbacks/HeldOverFork.hpp"
 #include "kestrel/callbacks/ThreadSafety.hpp"
 
 namespace kestrel::memory {
@@ -22,8 +26,13 @@ using namespace std::chrono_literals;
 constexpr auto longestIdle = 5s;
 constexpr auto sweepInterval = 1s;
 
+std::atomic<std::size_t> mappableBlocks{0};  // that there are, kept ones too
+
 void unmap(const Block& block) noexcept {
   unmapPages(unpoisoned(block.pages, block.capacity), block.capacity);
+  if (!block.mappable()) return;
+  ::close(block.descriptor);
+  --mappableBlocks;
 }
 
 /// The blocks that the process keeps, and the thread that gives back what lies idle, which exists only while
@@ -31,7 +40,7 @@ void unmap(const Block& block) noexcept {
 class Store {
  public:
   static Store& shared() {
-    static auto* const store = makeHeldOverFork<Store>();
+    static auto* const store = callbacks::makeHeldOverFork<Store>();
     return *store;
   }
 
@@ -44,9 +53,9 @@ class Store {
     _mutex.unlock();
   }
 
-  void* take(std::size_t capacity) {
+  Block take(std::size_t capacity, bool mappable) {
     const callbacks::MutexLock lock(_mutex);
-    return _cache.take(capacity);
+    return _cache.take(capacity, mappable);
   }
 
   /// Returns false where it must not be kept. Throws where there is no memory for the books, or no thread to
@@ -118,32 +127,55 @@ class Store {
   bool _sweeping KESTREL_GUARDED_BY(_mutex) = false;  // the thread is there
 };
 
+Block fresh(std::size_t capacity, bool mappable) {
+  if (!mappable) return {mapPages(capacity), capacity};
+  if (mappableBlocks >= mostMappable) return {};
+  const MappablePages made = mapMappable(capacity);
+  if (made.pages != nullptr) ++mappableBlocks;
+  return {made.pages, capacity, made.descriptor};
+}
+
+Block take(std::size_t size, bool mappable) {
+  if (size > std::numeric_limits<std::size_t>::max() / 4) throw std::bad_alloc();
+  const std::size_t capacity = BlockCache::capacityFor(size);
+  Block block = Store::shared().take(capacity, mappable);
+  if (block.pages == nullptr) block = fresh(capacity, mappable);
+  if (block.pages == nullptr) {  // what is kept may be what is missing
+    Store::shared().giveBack(Clock::time_point::max());
+    block = fresh(capacity, mappable);
+  }
+  if (block.pages == nullptr) throw std::bad_alloc();
+  unpoisoned(block.pages, size);
+  return block;
+}
+
+void keep(const Block& block) noexcept {
+  poison(block.pages, block.capacity);
+  try {
+    if (Store::shared().keep(block)) return;
+  } catch (const std::exception&) {  // then it is not kept
+  }
+  unmap(block);
+}
+
 }  // namespace
 
 void* allocate(std::size_t size) {
-  if (size < leastKept) return ::operator new(size);
-  if (size > std::numeric_limits<std::size_t>::max() / 4) throw std::bad_alloc();
-  const std::size_t capacity = BlockCache::capacityFor(size);
-  void* block = Store::shared().take(capacity);
-  if (block == nullptr) block = mapPages(capacity);
-  if (block == nullptr) {  // what is kept may be what is missing
-    Store::shared().giveBack(Clock::time_point::max());
-    block = mapPages(capacity);
-  }
-  if (block == nullptr) throw std::bad_alloc();
-  unpoisoned(block, size);
-  return block;
+  return size < leastKept ? ::operator new(size) : take(size, false).pages;
 }
 
 void release(void* block, std::size_t size) noexcept {
   if (size < leastKept) return ::operator delete(block);
-  const Block freed{block, BlockCache::capacityFor(size)};
-  poison(block, freed.capacity);
-  try {
-    if (Store::shared().keep(freed)) return;
-  } catch (const std::exception&) {  // then it is not kept
-  }
-  unmap(freed);
+  keep({block, BlockCache::capacityFor(size)});
+}
+
+MappableBlock allocateMappable(std::size_t size) {
+  const Block block = take(size, true);
+  return {block.pages, block.descriptor};
+}
+
+void releaseMappable(MappableBlock block, std::size_t size) noexcept {
+  keep({block.begin, BlockCache::capacityFor(size), block.descriptor});
 }
 
 std::size_t kept() noexcept {

@@ -1,6 +1,8 @@
 #include "Mapping.hpp"
 
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdint>
 
@@ -35,6 +37,24 @@ void* mapPages(std::size_t size) noexcept {
 
 void unmapPages(void* pages, std::size_t size) noexcept {
   ::munmap(pages, size);
+}
+
+MappablePages mapMappable(std::size_t size) noexcept {
+  const int file = ::memfd_create("kestrel", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  if (file < 0) return {};
+  void* pages = MAP_FAILED;
+  if (::ftruncate(file, static_cast<off_t>(size)) == 0) {
+    pages = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+  }
+  // Behind our own mapping, the only one that may write.
+  constexpr int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_FUTURE_WRITE | F_SEAL_SEAL;
+  if (pages != MAP_FAILED && ::fcntl(file, F_ADD_SEALS, seals) == 0) {
+    if (size >= hugePageSize) ::madvise(pages, size, MADV_HUGEPAGE);
+    return {pages, file};
+  }
+  if (pages != MAP_FAILED) ::munmap(pages, size);
+  ::close(file);
+  return {};
 }
 
 }  // namespace kestrel::memory

@@ -12,4 +12,11 @@ inline constexpr std::size_t hugePageSize = std::size_t{2} << 20;
 [[nodiscard]] void* mapPages(std::size_t size) noexcept;
 void unmapPages(void* pages, std::size_t size) noexcept;
 
+/// Pages that other processes can map by the descriptor, for reading only; their size is fixed.
+struct MappablePages {
+  void* pages = nullptr;  ///< null where there are none
+  int descriptor = -1;
+};
+[[nodiscard]] MappablePages mapMappable(std::size_t size) noexcept;
+
 }  // namespace kestrel::memory

@@ -2,7 +2,7 @@
 
 #include <iterator>
 
-#include "HeldOverFork.hpp"
+#include "kestrel/callbacks/HeldOverFork.hpp"
 #include "kestrel/memory/Blocks.hpp"
 
 namespace kestrel::memory {
@@ -11,31 +11,34 @@ namespace kestrel::memory {
 struct SharedBlocks::Holder {
   Holder() = default;
   ~Holder() {
-    if (block == nullptr) return;
-    shared().remove(block);  // first: the next block may begin at this address
-    release(block, capacity);
+    if (block.begin == nullptr) return;
+    shared().remove(bytes());  // first: the next block may begin at this address
+    block.descriptor < 0 ? release(block.begin, capacity) : releaseMappable(block, capacity);
   }
   Holder(const Holder&) = delete;
   Holder& operator=(const Holder&) = delete;
 
-  std::uint8_t* block = nullptr;
+  [[nodiscard]] const std::uint8_t* bytes() const { return static_cast<const std::uint8_t*>(block.begin); }
+
+  MappableBlock block;
   std::size_t capacity = 0;
 };
 
 SharedBlocks& SharedBlocks::shared() {
-  static auto* const blocks = makeHeldOverFork<SharedBlocks>();
+  static auto* const blocks = callbacks::makeHeldOverFork<SharedBlocks>();
   return *blocks;
 }
 
-SharedBytes SharedBlocks::add(std::uint8_t* block, std::size_t size, std::size_t capacity) {
+SharedBytes SharedBlocks::add(MappableBlock block, std::size_t size, std::size_t capacity) {
   const auto holder = std::make_shared<Holder>();
   const callbacks::MutexLock lock(_mutex);
-  Entry& entry = _entries[block];
+  Entry& entry = _entries[static_cast<const std::uint8_t*>(block.begin)];
   // From here on nothing fails.
   holder->block = block;
   holder->capacity = capacity;
-  SharedBytes owner(holder, block);
+  SharedBytes owner(holder, holder->bytes());
   entry.size = size;
+  entry.descriptor = block.descriptor;
   entry.owner = owner;
   return owner;
 }
@@ -47,7 +50,7 @@ Frozen SharedBlocks::find(const std::uint8_t* data, std::size_t size) {
   const auto& [begin, entry] = *std::prev(behind);
   const auto offset = static_cast<std::size_t>(data - begin);
   if (offset > entry.size || size > entry.size - offset) return {};
-  return {entry.owner.lock(), entry.size};
+  return {entry.owner.lock(), entry.size, entry.descriptor};
 }
 
 void SharedBlocks::remove(const std::uint8_t* block) noexcept {

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 
+#include "MappableBlocks.hpp"
 #include "kestrel/callbacks/ThreadSafety.hpp"
 #include "kestrel/memory/Buffer.hpp"
 
@@ -19,9 +20,9 @@ class SharedBlocks {
   void afterFork() KESTREL_UNCHECKED { _mutex.unlock(); }
   void afterForkInChild() KESTREL_UNCHECKED { _mutex.unlock(); }
 
-  /// Takes over a block of allocate(), of which the first `size` bytes are to be found. Throws
-  /// std::bad_alloc, and the block stays the caller's.
-  [[nodiscard]] SharedBytes add(std::uint8_t* block, std::size_t size, std::size_t capacity);
+  /// Takes over a block of allocate(), then without a descriptor, or of allocateMappable(), of which the
+  /// first `size` bytes are to be found. Throws std::bad_alloc, and the block stays the caller's.
+  [[nodiscard]] SharedBytes add(MappableBlock block, std::size_t size, std::size_t capacity);
   /// The block in which all of these bytes lie; empty if there is none.
   [[nodiscard]] Frozen find(const std::uint8_t* data, std::size_t size);
 
@@ -29,6 +30,7 @@ class SharedBlocks {
   struct Holder;
   struct Entry {
     std::size_t size = 0;
+    int descriptor = -1;
     std::weak_ptr<const std::uint8_t> owner;
   };
 

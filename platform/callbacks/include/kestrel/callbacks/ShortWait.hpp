@@ -51,6 +51,10 @@ class ShortWait {
  public:
   using Clock = std::chrono::steady_clock;
 
+  /// Looks for that long at most.
+  explicit ShortWait(std::chrono::nanoseconds longestLook = ShortWaitPolicy::longestLook)
+      : _longestLook(longestLook) {}
+
   /// Begins a wait; returns whether ready() held before one has to sleep.
   template <class Ready>
   [[nodiscard]] bool look(const Ready& ready) {
@@ -73,7 +77,7 @@ class ShortWait {
         relax();
       }
       sched_yield();  // to whoever makes what is waited for, if he needs this core, and to anybody else
-    } while (Clock::now() - _begin < ShortWaitPolicy::longestLook);
+    } while (Clock::now() - _begin < _longestLook);
     return false;
   }
 
@@ -103,6 +107,7 @@ class ShortWait {
     return on;
   }
 
+  const std::chrono::nanoseconds _longestLook;
   ShortWaitPolicy _policy;
   Clock::time_point _begin{};
   bool _looked = false;

@@ -18,6 +18,11 @@ class KESTREL_EXPORT Buffer {
   Buffer() noexcept = default;
   /// That many bytes, of undefined content. Throws std::bad_alloc.
   explicit Buffer(std::size_t size);
+  /// The same, in a block of its own that other processes can map for reading, of which there are 512 at most
+  /// in a process. Throws std::bad_alloc.
+  [[nodiscard]] static Buffer mappable(std::size_t size);
+  /// The same if it is large and some transport has asked for that with makeSendingMappable(), else as any.
+  [[nodiscard]] static Buffer toSend(std::size_t size);
   Buffer(Buffer&& other) noexcept;
   Buffer& operator=(Buffer&& other) noexcept;
   ~Buffer();
@@ -40,6 +45,7 @@ class KESTREL_EXPORT Buffer {
   std::uint8_t* _data = nullptr;
   std::size_t _size = 0;
   std::size_t _capacity = 0;
+  int _descriptor = -1;
   SharedBytes _shared;  // holds the memory once it is frozen
 };
 
@@ -47,7 +53,16 @@ class KESTREL_EXPORT Buffer {
 struct Frozen {
   SharedBytes owner;     ///< whose copies keep the bytes, as they are
   std::size_t size = 0;  ///< how many bytes it keeps in all
+  /// Where other processes can map them, beginning with the first byte of all; -1: they cannot. Open as long
+  /// as the owner is held.
+  int descriptor = -1;
 };
+
+/// From this size on the bytes of a message go to another process by its mapping them.
+inline constexpr std::size_t leastMappable = std::size_t{96} << 10;
+
+/// From now on Buffer::toSend() gives what other processes can map.
+KESTREL_EXPORT void makeSendingMappable() noexcept;
 
 /// Who holds these bytes, if all of them lie in one frozen Buffer. Otherwise empty, and a copy of the bytes
 /// must be made. Safe from any thread.

@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-namespace kestrel::memory {
+namespace kestrel::callbacks {
 
 /// Makes the one object of a class, which is never destroyed, as memory is given back until the very end of
 /// the process. A fork waits until no other thread is within it, so that the child can use it.
@@ -15,4 +15,4 @@ T* makeHeldOverFork() {
   return object;
 }
 
-}  // namespace kestrel::memory
+}  // namespace kestrel::callbacks

@@ -4,8 +4,8 @@
 #include <cctype>
 
 #include "Fuzz.hpp"
+#include "transports/StreamToken.hpp"
 #include "transports/nats/wire/MessageHeaders.hpp"
-#include "transports/nats/wire/SubjectNames.hpp"
 
 using namespace kestrel::fuzz;
 using namespace kestrel::streams;

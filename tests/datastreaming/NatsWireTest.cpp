@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "transports/StreamToken.hpp"
 #include "transports/nats/durable/ReaderSubjects.hpp"
 #include "transports/nats/durable/StoreReply.hpp"
 #include "transports/nats/wire/MessageHeaders.hpp"

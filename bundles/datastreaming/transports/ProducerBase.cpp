@@ -80,6 +80,13 @@ std::shared_future<std::string> ProducerBase::refuse(const Refusal& refusal) {
   return failed;
 }
 
+ProducerBase::Outcome ProducerBase::takenOver(const Stamp& stamp, bool acknowledge) {
+  if (!acknowledge) return {std::nullopt, emptyAcknowledgement()};
+  std::string id;
+  writeMessageId(stamp, id);
+  return {std::nullopt, readyAcknowledgement(std::move(id))};
+}
+
 const std::shared_future<std::string>& ProducerBase::emptyAcknowledgement() {
   // Never destroyed: messages are sent until the very end of the process.
   static const auto* const ready = new std::shared_future<std::string>(readyAcknowledgement({}));

@@ -49,6 +49,8 @@ class ProducerBase : public datastreaming::Producer {
   /// Closes the error callback's gate.
   void close() { _errors->close(); }
 
+  /// The message has been taken over; its acknowledgement, if one is wanted, is its id.
+  [[nodiscard]] static Outcome takenOver(const Stamp& stamp, bool acknowledge);
   /// A future that already holds the empty text, the same for all: nothing is allocated.
   [[nodiscard]] static const std::shared_future<std::string>& emptyAcknowledgement();
   [[nodiscard]] static std::shared_future<std::string> readyAcknowledgement(std::string messageId);

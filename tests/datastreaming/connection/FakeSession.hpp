@@ -107,8 +107,8 @@ class FakeSession final : public Session {
   bool socketTakes = true;                                            ///< else flush() leaves everything
   int held = 0;                                                       ///< bytes that are buffered
   int messageBytes = 1;                                               ///< what a message adds to them
-  natsStatus answer = NATS_OK;                                        ///< to the next publish()
-  std::function<void(const std::string&)> meanwhile = [](auto&&) {};  ///< runs within publish()
+  Written answer;                                                     ///< to the next append()
+  std::function<void(const std::string&)> meanwhile = [](auto&&) {};  ///< runs within append()
 
   [[nodiscard]] std::string log() { return _log.take(); }
   [[nodiscard]] std::shared_ptr<FakeFeed> feed(const std::string& subject) {
@@ -121,14 +121,14 @@ class FakeSession final : public Session {
   std::uint64_t maxPayload() const override { return 1 << 20; }
   std::string failure() const override { return {}; }
   natsConnection* handle() const override { return nullptr; }
-  natsStatus publish(natsMsg& message) override {
-    const std::string subject = natsMsg_GetSubject(&message);
-    const natsStatus status = std::exchange(answer, NATS_OK);
-    if (status == NATS_OK) _log.note(subject);
-    held += status == NATS_OK ? messageBytes : 0;
-    if (status == NATS_CONNECTION_DISCONNECTED) lives = false;
+  Written append(const Message& message) override {
+    const std::string subject = natsMsg_GetSubject(static_cast<natsMsg*>(message.get()));
+    const Written written = std::exchange(answer, {});
+    if (written.kind == Written::Kind::taken) _log.note(subject);
+    held += written.kind == Written::Kind::taken ? messageBytes : 0;
+    if (written.kind == Written::Kind::lost) lives = false;
     meanwhile(subject);
-    return status;
+    return written;
   }
   int buffered() const override { return held; }
   bool flush() override {

@@ -1,4 +1,4 @@
-#include "transports/nats/connection/Outbox.hpp"
+#include "transports/outgoing/Outbox.hpp"
 
 #include <gmock/gmock.h>
 
@@ -126,7 +126,7 @@ TEST_F(OutboxTest, RefusesWhatFindsNoRoomAndGivesRoomBackWithEachMessage) {
     EXPECT_EQ(post("a", 600), std::nullopt);
     EXPECT_EQ(post("b", 400), std::nullopt);
     EXPECT_THAT(post("c", 1), Optional(AllOf(HasSubstr("1 bytes"), HasSubstr("1000 are taken; no server"))));
-    open(number)->answer = NATS_CONNECTION_DISCONNECTED;
+    open(number)->answer = {Written::Kind::lost};
     outbox.pump();
     EXPECT_NE(post("c", 1), std::nullopt) << "what was put back takes its room again";
     outbox.suspend("lost");
@@ -139,7 +139,7 @@ TEST_F(OutboxTest, RefusesWhatFindsNoRoomAndGivesRoomBackWithEachMessage) {
 
 TEST_F(OutboxTest, WhatTheLostSessionDidNotTakeGoesFirstOverTheNext) {
   auto session = open(1);
-  session->answer = NATS_CONNECTION_DISCONNECTED;
+  session->answer = {Written::Kind::lost};
   session->meanwhile = [&](const std::string& subject) {
     if (subject == "a") (void)post("b");
   };
@@ -175,16 +175,16 @@ TEST_F(OutboxTest, ASessionIsNotUsedAfterItWasLeft) {
 
 TEST_F(OutboxTest, WhatTheClientRefusesFailsAloneAndWhatWaitsAtTheEndFailsTogether) {
   const auto session = open(1);
-  session->answer = NATS_INVALID_ARG;
-  EXPECT_THAT(post("a"), Optional(HasSubstr("the NATS client refused it")));
+  session->answer = {Written::Kind::refused, "the far end has no use for it"};
+  EXPECT_THAT(post("a"), Optional(HasSubstr("no use for it")));
   EXPECT_THAT(poster->failed, IsEmpty()) << "its sender knows";
   session->held = full;
   (void)doneFor("bc", *session);
   session->held = 0;
-  session->answer = NATS_INVALID_ARG;
+  session->answer = {Written::Kind::refused, "the far end has no use for it"};
   outbox.pump();
   EXPECT_EQ(session->log(), "c, flush");
-  EXPECT_THAT(poster->failed, ElementsAre(testing::Pair(ElementsAre(2), HasSubstr("refused"))));
+  EXPECT_THAT(poster->failed, ElementsAre(testing::Pair(ElementsAre(2), HasSubstr("no use"))));
   poster->failed.clear();
   session->held = full;
   EXPECT_EQ(doneFor("de", *session), "");

@@ -17,7 +17,10 @@ MemoryProducer::~MemoryProducer() {
 }
 
 ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
-  auto [owner, cost] = takeOver(message);
+  auto [owner, cost] = _sharing.take(
+      {message.stamp, message.data, message.size, message.attributes}, _stream->queuesMade(),
+      [&](std::uint64_t room) { return !_stream->refusal(message.size, room); },
+      [](const memory::Frozen&) { return true; });
   if (!owner && message.size >= memory::leastKept) {  // before a large copy is made in vain
     if (auto why = _stream->refusal(message.size, cost)) return {std::move(why), {}};
   }
@@ -27,30 +30,7 @@ ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
             : MemoryMessage::copying(message.stamp, message.data, message.size, message.attributes);
   if (auto why = _stream->publish(queued, cost)) return {std::move(why), {}};
   _heard = true;
-  if (!_acknowledge) return {std::nullopt, emptyAcknowledgement()};
-  std::string id;
-  writeMessageId(message.stamp, id);
-  return {std::nullopt, readyAcknowledgement(std::move(id))};
-}
-
-/// Whoever shares one piece of a payload keeps all of it, so the first one is charged for all, and the others
-/// for nothing, unless a queue was made meanwhile. Where there is no room for so much, pieces are copied, and
-/// keep themselves alone.
-MemoryProducer::Taken MemoryProducer::takeOver(const Outgoing& message) {
-  const Stamp& stamp = message.stamp;
-  const std::uint64_t copyCost = ByteBudget::costOf(message.size, message.attributes);
-  memory::Frozen frozen;
-  if (stamp.chunked || message.size >= memory::leastKept)
-    frozen = memory::ownerOf(message.data, message.size);
-  const bool isFirst = stamp.chunkIndex == 0;
-  const std::uint64_t queues = _stream->queuesMade();
-  const bool goesOn = !isFirst && frozen.owner && _shared.lock() == frozen.owner && queues == _sharedBy;
-  const std::uint64_t cost = ByteBudget::costOf(goesOn ? 0 : frozen.size, message.attributes);
-  const bool shares = goesOn || (isFirst && frozen.owner && !_stream->refusal(message.size, cost));
-  _shared = shares ? frozen.owner : nullptr;
-  _sharedBy = queues;
-  if (!shares) return {nullptr, copyCost};
-  return {std::move(frozen.owner), cost};
+  return takenOver(message.stamp, _acknowledge);
 }
 
 void MemoryProducer::abandonPayload() {

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "transports/Receiver.hpp"
+#include "transports/Throttle.hpp"
 #include "transports/nats/ArrivalClock.hpp"
-#include "transports/nats/Throttle.hpp"
 #include "transports/nats/connection/NatsConnection.hpp"
 #include "transports/nats/wire/MessageHeaders.hpp"
 

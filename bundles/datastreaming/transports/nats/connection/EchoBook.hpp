@@ -7,8 +7,8 @@
 
 #include "kestrel/callbacks/ThreadSafety.hpp"
 #include "transports/nats/connection/ConnectionWatcher.hpp"
-#include "transports/nats/connection/Outbox.hpp"
 #include "transports/nats/connection/ReplyInbox.hpp"
+#include "transports/outgoing/Outbox.hpp"
 
 namespace kestrel::streams {
 

@@ -7,9 +7,9 @@
 #include "delivery/Log.hpp"
 #include "delivery/ThreadName.hpp"
 #include "sequencing/Frame.hpp"
+#include "transports/StreamToken.hpp"
 #include "transports/nats/connection/Backoff.hpp"
 #include "transports/nats/connection/NatsSession.hpp"
-#include "transports/nats/wire/SubjectNames.hpp"
 
 namespace kestrel::streams {
 

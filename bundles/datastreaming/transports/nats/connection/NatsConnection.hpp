@@ -13,10 +13,10 @@
 #include "transports/nats/connection/EchoBook.hpp"
 #include "transports/nats/connection/LossSignal.hpp"
 #include "transports/nats/connection/NatsEndpoint.hpp"
-#include "transports/nats/connection/Outbox.hpp"
 #include "transports/nats/connection/ReplyInbox.hpp"
 #include "transports/nats/connection/Session.hpp"
 #include "transports/nats/connection/Subscription.hpp"
+#include "transports/outgoing/Outbox.hpp"
 
 namespace kestrel::streams {
 

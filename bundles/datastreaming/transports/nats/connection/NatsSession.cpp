@@ -271,9 +271,19 @@ std::string NatsSession::failure() const {
   return told;
 }
 
-natsStatus NatsSession::publish(natsMsg& message) {
+Written NatsSession::append(const Message& message) {
   const SocketLoop::FlushesItself mark;
-  return natsConnection_PublishMsg(_handle, &message);
+  switch (const natsStatus status =
+              natsConnection_PublishMsg(_handle, static_cast<natsMsg*>(message.get()))) {
+    case NATS_OK:
+      return {};
+    case NATS_INSUFFICIENT_BUFFER:
+    case NATS_CONNECTION_CLOSED:
+    case NATS_CONNECTION_DISCONNECTED:
+      return {Written::Kind::lost};
+    default:
+      return {Written::Kind::refused, "the NATS client refused it: " + describe(status)};
+  }
 }
 
 /// A subscription of the client's.

@@ -41,7 +41,7 @@ class NatsSession final : public Session, public std::enable_shared_from_this<Na
   [[nodiscard]] std::uint64_t maxPayload() const override;
   [[nodiscard]] std::string failure() const override;
   [[nodiscard]] natsConnection* handle() const override { return _handle; }
-  [[nodiscard]] natsStatus publish(natsMsg& message) override;
+  [[nodiscard]] Written append(const Message& message) override;
   [[nodiscard]] int buffered() const override { return natsConnection_Buffered(_handle); }
   bool flush() override { return _loop.flush(); }
   [[nodiscard]] bool loopWrites() const override { return _loop.writesAlone(); }

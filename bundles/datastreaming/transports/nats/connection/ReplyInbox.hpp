@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "kestrel/callbacks/ThreadSafety.hpp"
-#include "transports/nats/Throttle.hpp"
+#include "transports/Throttle.hpp"
 #include "transports/nats/connection/Subscription.hpp"
 
 namespace kestrel::streams {

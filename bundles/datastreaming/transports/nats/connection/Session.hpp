@@ -11,6 +11,7 @@
 
 #include "transports/nats/NatsHandles.hpp"
 #include "transports/nats/connection/NatsEndpoint.hpp"
+#include "transports/outgoing/Writer.hpp"
 
 namespace kestrel::streams {
 
@@ -32,36 +33,17 @@ class Feed {
   virtual void end() = 0;
 };
 
-/// One connection to one server, from its making to its loss; it never comes back. The seam between what the
-/// connection decides (what to write, hold back, refuse, take up again) and the client with its socket: the
-/// one that is used is NatsSession. Safe from any thread.
-class Session {
+/// One connection to one server; what is appended is a natsMsg. The seam between what the connection decides
+/// (what to write, hold back, refuse, take up again) and the client with its socket: the one that is used is
+/// NatsSession. Safe from any thread.
+class Session : public Writer {
  public:
-  virtual ~Session() = default;
-
-  /// Tells it from all other sessions of the process; never 0, and later ones have higher numbers.
-  [[nodiscard]] virtual std::uint64_t number() const = 0;
-  /// Whether it has not been lost, as far as is known.
-  [[nodiscard]] virtual bool usable() const = 0;
   /// The largest message, headers included, that the server takes.
   [[nodiscard]] virtual std::uint64_t maxPayload() const = 0;
   /// What the client has told of its loss; may be empty.
   [[nodiscard]] virtual std::string failure() const = 0;
   /// The client's own object, for requests that nothing here offers.
   [[nodiscard]] virtual natsConnection* handle() const = 0;
-
-  /// Appends a message to what is to be written, without waiting. For one thread at a time, as flush().
-  [[nodiscard]] virtual natsStatus publish(natsMsg& message) = 0;
-  /// How many bytes have been appended and not gone to the system yet.
-  [[nodiscard]] virtual int buffered() const = 0;
-  /// Writes them as far as the socket takes them. Returns whether nothing is left for the loop to write.
-  virtual bool flush() = 0;
-  /// Whether only the loop may write.
-  [[nodiscard]] virtual bool loopWrites() const = 0;
-  /// Has the loop write soon, and ask for more.
-  virtual void wake() = 0;
-  /// The same after SocketLoop::heldBack; cheap when it was called before within that time.
-  virtual void wakeLater() = 0;
 
   /// Subscribes; the server knows before it gets anything that is published afterwards. At most so much waits
   /// to be taken. The feed holds the session. Throws std::runtime_error.

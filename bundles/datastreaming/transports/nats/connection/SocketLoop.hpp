@@ -9,8 +9,8 @@
 #include <optional>
 #include <thread>
 
+#include "transports/FileDescriptor.hpp"
 #include "transports/nats/NatsHandles.hpp"
-#include "transports/nats/connection/FileDescriptor.hpp"
 
 namespace kestrel::streams {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <kestrel/datastreaming/Types.hpp>
 #include <optional>
 #include <string>
 #include <variant>
 
+#include "sequencing/ProducerEvent.hpp"
 #include "sequencing/Stamp.hpp"
 #include "transports/nats/NatsHandles.hpp"
 
@@ -24,19 +24,6 @@ struct MessageHeaders {
 /// piece, 'm' when more pieces follow, 'a' when the payload before it was given up. Or with ".age" behind.
 [[nodiscard]] std::string writeStamp(const Stamp& stamp);
 [[nodiscard]] std::optional<Stamp> readStamp(const char* text);
-
-/// News of a producer, in the place of a message.
-struct ProducerEvent {
-  enum class Kind {
-    gone,       ///< it will send nothing more
-    abandoned,  ///< it has given up the payload that it had begun
-    idle,       ///< it has sent nothing for a while
-  };
-  Kind kind = Kind::gone;
-  std::uint64_t producer = 0;
-  std::uint64_t after = 0;                            ///< the number of its last message before the news
-  std::optional<std::chrono::milliseconds> age = {};  ///< how long ago it sent its first message
-};
 
 /// What a message says that it is: neither, if it is of no producer of ours.
 using MessageIdentity = std::variant<std::monostate, Stamp, ProducerEvent>;

@@ -1,4 +1,4 @@
-#include "transports/nats/connection/Outbox.hpp"
+#include "transports/outgoing/Outbox.hpp"
 
 #include <algorithm>
 #include <iterator>
@@ -11,16 +11,6 @@ namespace kestrel::streams {
 namespace {
 
 constexpr int senderRounds = 16;  // writes, with what others posted, that one sender may be kept for
-
-std::string refusal(natsStatus status) {
-  return "the NATS client refused it: " + describe(status);
-}
-
-/// Whether it was not refused for what it is; the next session may take it.
-bool foundConnectionLost(natsStatus status) {
-  return status == NATS_INSUFFICIENT_BUFFER || status == NATS_CONNECTION_CLOSED ||
-         status == NATS_CONNECTION_DISCONNECTED;
-}
 
 }  // namespace
 
@@ -54,14 +44,13 @@ std::optional<std::string> Outbox::enqueue(Post post) {
 }
 
 std::optional<std::string> Outbox::writeNow(Post post, Failed& others) {
-  Session& session = *_session;
+  Writer& session = *_session;
   const Pumping mark(*this);
-  const natsStatus status = publish(session, post);
-  const bool lost = foundConnectionLost(status);
-  if (lost) putBack(std::move(post));
+  Written written = append(session, post);
+  if (written.kind == Written::Kind::lost) putBack(std::move(post));
   others = drain(session, senderRounds);
-  if (lost || status == NATS_OK) return std::nullopt;
-  return refusal(status);
+  if (written.kind != Written::Kind::refused) return std::nullopt;
+  return std::move(written.why);
 }
 
 void Outbox::noteGap() {
@@ -69,7 +58,7 @@ void Outbox::noteGap() {
   const TimePoint now = _now();
   const auto gap = std::min<Clock::duration>(now - _latest, pause);
   _gap += (gap - _gap) / weight;
-  _moreFollow = gap < pause && _gap < shortGap;
+  _moreFollow = gap < pause && _session && _gap < _session->shortGap();
   _latest = now;
 }
 
@@ -94,7 +83,7 @@ void Outbox::flush() {
 void Outbox::pump() {
   try {
     report(pumped());
-  } catch (const std::bad_alloc&) {  // to say what the client has refused, which receivers will miss
+  } catch (const std::bad_alloc&) {  // to say what has been refused, which receivers will miss
   }
 }
 
@@ -108,7 +97,7 @@ Outbox::Failed Outbox::pumped() {
   return drain(*_session, 0);
 }
 
-Outbox::Failed Outbox::drain(Session& session, int rounds) {
+Outbox::Failed Outbox::drain(Writer& session, int rounds) {
   const bool onLoop = rounds == 0;
   bool more = false;
   Failed failed;
@@ -122,23 +111,23 @@ Outbox::Failed Outbox::drain(Session& session, int rounds) {
   return failed;
 }
 
-void Outbox::appendWaiting(Session& session, Failed& failed) {
+void Outbox::appendWaiting(Writer& session, Failed& failed) {
   while (!_waiting.empty() && takesMore()) {
     Post post = std::move(_waiting.front());
     _waiting.pop_front();
     _waitingBytes -= post.cost;
     if (obsolete(post)) continue;
-    const natsStatus status = publish(session, post);
-    if (status == NATS_OK) continue;
-    if (foundConnectionLost(status)) return putBack(std::move(post));
-    failed.why = refusal(status);
+    Written written = append(session, post);
+    if (written.kind == Written::Kind::taken) continue;
+    if (written.kind == Written::Kind::lost) return putBack(std::move(post));
+    failed.why = std::move(written.why);
     failed.posts.push_back(std::move(post));
   }
 }
 
 /// Unless more is to be written with it: answers to what else has come in, or what a sender posts that is
 /// faster than writes are. Then the loop writes, as soon as it is awake.
-void Outbox::write(Session& session, bool onLoop) {
+void Outbox::write(Writer& session, bool onLoop) {
   const bool few = !onLoop && session.buffered() < mostHeldBack;
   const bool moreExpected = few && expectsMore();
   const bool moreFollow = few && _moreFollow;
@@ -153,7 +142,7 @@ void Outbox::write(Session& session, bool onLoop) {
   _mutex.lock();
 }
 
-void Outbox::open(std::shared_ptr<Session> session) {
+void Outbox::open(std::shared_ptr<Writer> session) {
   const callbacks::MutexLock lock(_mutex);
   _session = std::move(session);
   _session->wake();
@@ -193,13 +182,24 @@ void Outbox::report(const Failed& failed) {
 }
 
 bool Outbox::empty() {
-  std::shared_ptr<Session> session;
+  std::shared_ptr<Writer> session;
   {
     const callbacks::MutexLock lock(_mutex);
     if (_pumping || !_waiting.empty()) return false;
     session = _session;
   }
   return !session || session->buffered() <= 0;
+}
+
+std::uint64_t Outbox::waitingBytes() {
+  const callbacks::MutexLock lock(_mutex);
+  return _waitingBytes;
+}
+
+std::deque<Outbox::Post> Outbox::takeWaiting() {
+  const callbacks::MutexLock lock(_mutex);
+  _waitingBytes = 0;
+  return std::exchange(_waiting, {});
 }
 
 bool Outbox::takesMore() const {
@@ -211,12 +211,12 @@ bool Outbox::expectsMore() const {
   return until != 0 && _now().time_since_epoch().count() < until;
 }
 
-natsStatus Outbox::publish(Session& session, const Post& post) {
+Written Outbox::append(Writer& session, const Post& post) {
   _mutex.unlock();
   if (post.poster) post.poster->posting(post.tag);
-  const natsStatus status = session.publish(*post.message);
+  Written written = session.append(post.message);
   _mutex.lock();
-  return status;
+  return written;
 }
 
 }  // namespace kestrel::streams

@@ -11,7 +11,7 @@
 
 #include "kestrel/callbacks/ThreadSafety.hpp"
 #include "sequencing/Frame.hpp"
-#include "transports/nats/connection/Session.hpp"
+#include "transports/outgoing/Writer.hpp"
 
 namespace kestrel::streams {
 
@@ -37,7 +37,7 @@ class Outbox {
   static constexpr std::uint64_t defaultLimit = 256ULL << 20;
 
   struct Post {
-    std::shared_ptr<natsMsg> message;
+    Writer::Message message;
     std::uint64_t cost = 0;          ///< the memory that it takes while it waits
     std::uint64_t tag = 0;           ///< the poster's own
     std::shared_ptr<Poster> poster;  ///< may be empty
@@ -53,7 +53,7 @@ class Outbox {
   [[nodiscard]] std::optional<std::string> post(Post post);
 
   /// More messages have come in, and answers to them may go out together: what is posted during the next
-  /// `busy` may be held back for SocketLoop::heldBack, or until flush().
+  /// `busy` may be held back for 200 µs, or until flush().
   void expectMore() { _busyUntil = (_now() + busy).time_since_epoch().count(); }
   /// All that came in has been handled.
   void flush();
@@ -62,7 +62,7 @@ class Outbox {
   void pump();
 
   /// Sends over that session from now on.
-  void open(std::shared_ptr<Session> session);
+  void open(std::shared_ptr<Writer> session);
   /// Until another one comes everything waits here. When this returns, the session is not used any more. The
   /// text is for messages that find no room meanwhile. Not from the session's loop.
   void suspend(const std::string& why);
@@ -71,9 +71,13 @@ class Outbox {
 
   /// Whether everything has gone to the system.
   [[nodiscard]] bool empty();
+  /// What waits here costs so much.
+  [[nodiscard]] std::uint64_t waitingBytes();
+  /// Takes back what waits, in its order.
+  [[nodiscard]] std::deque<Post> takeWaiting();
 
  private:
-  /// What the client has refused.
+  /// What the connection has refused.
   struct Failed {
     std::vector<Post> posts;
     std::string why;
@@ -104,18 +108,16 @@ class Outbox {
   [[nodiscard]] bool obsolete(const Post& post) const KESTREL_REQUIRES(_mutex) {
     return post.session != 0 && (!_session || post.session != _session->number());
   }
-  // These are for the thread that pumps. They give the lock up while the client or the system works, and the
+  // These are for the thread that pumps. They give the lock up while the writer or the system works, and the
   // session may be left meanwhile. After so many rounds of drain(), unless 0, the loop goes on.
-  [[nodiscard]] natsStatus publish(Session& session, const Post& post) KESTREL_REQUIRES(_mutex);
-  [[nodiscard]] Failed drain(Session& session, int rounds) KESTREL_REQUIRES(_mutex);
-  void appendWaiting(Session& session, Failed& failed) KESTREL_REQUIRES(_mutex);
-  void write(Session& session, bool onLoop) KESTREL_REQUIRES(_mutex);
+  [[nodiscard]] Written append(Writer& session, const Post& post) KESTREL_REQUIRES(_mutex);
+  [[nodiscard]] Failed drain(Writer& session, int rounds) KESTREL_REQUIRES(_mutex);
+  void appendWaiting(Writer& session, Failed& failed) KESTREL_REQUIRES(_mutex);
+  void write(Writer& session, bool onLoop) KESTREL_REQUIRES(_mutex);
   void noteGap() KESTREL_REQUIRES(_mutex);
   [[nodiscard]] bool expectsMore() const;
 
-  // A thread wakes up in about that time. Messages that follow each other sooner, in the mean, go out
-  // together when the loop has woken up; what comes after a pause goes at once.
-  static constexpr std::chrono::microseconds shortGap{20};
+  // What comes after that goes at once, whatever came before.
   static constexpr std::chrono::microseconds pause{100};
   // So that a handler that takes its time does not delay others.
   static constexpr std::chrono::microseconds busy{100};
@@ -126,8 +128,8 @@ class Outbox {
   const std::uint64_t _limit;
   const TimeSource _now;
   callbacks::Mutex _mutex;
-  std::shared_ptr<Session> _session KESTREL_GUARDED_BY(_mutex);  // none while the connection is away
-  std::string _away KESTREL_GUARDED_BY(_mutex);                  // why it is
+  std::shared_ptr<Writer> _session KESTREL_GUARDED_BY(_mutex);  // none while the connection is away
+  std::string _away KESTREL_GUARDED_BY(_mutex);                 // why it is
   std::deque<Post> _waiting KESTREL_GUARDED_BY(_mutex);
   std::uint64_t _waitingBytes KESTREL_GUARDED_BY(_mutex) = 0;
   std::optional<std::string> _closed KESTREL_GUARDED_BY(_mutex);

@@ -3,9 +3,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 #include <system_error>
 
 namespace kestrel::streams {
+
+/// What the newest failure of a call of the system means.
+inline std::string lastError() {
+  return std::generic_category().message(errno);
+}
 
 /// Owns a file descriptor.
 class FileDescriptor {

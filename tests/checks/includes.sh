@@ -29,7 +29,10 @@ forbid bundles "remote_connectivity|kestreldata|kestrel/(framework|host|threadpo
 streams=bundles/datastreaming
 forbid $streams/sequencing "(delivery|transports|src)/" "decides on stamps and pieces alone"
 forbid $streams/delivery "(transports|src)/" "serves any transport"
-forbid $streams/transports/memory "transports/nats/" "transports do not know each other"
+forbid $streams/transports/memory "transports/(nats|ipc)/" "transports do not know each other"
+forbid $streams/transports/ipc "transports/(memory|nats)/" "transports do not know each other"
+forbid $streams/transports/nats "transports/(memory|ipc)/" "transports do not know each other"
+forbid $streams/transports/outgoing "transports/(memory|ipc|nats)/" "serves any transport"
 forbid $streams/transports/nats/wire "transports/nats/(connection|live|durable)/" "formats know no connection"
 forbid $streams/transports/nats/connection "transports/nats/(live|durable)/" "a connection carries any stream"
 forbid $streams/transports/nats/live "transports/nats/durable/" "live streams need no store"

@@ -38,6 +38,11 @@ std::vector<std::string> Inbox::waitTexts(std::size_t count) {
   return texts;
 }
 
+bool Inbox::has(const std::string& text) const {
+  const std::lock_guard lock(_mutex);
+  return std::ranges::find(_messages, text, &Received::text) != _messages.end();
+}
+
 std::size_t Inbox::size() const {
   const std::lock_guard lock(_mutex);
   return _messages.size();

@@ -51,6 +51,7 @@ class Inbox {
   std::vector<Received> wait(std::size_t count);
   std::vector<std::string> waitTexts(std::size_t count);
   [[nodiscard]] std::size_t size() const;
+  [[nodiscard]] bool has(const std::string& text) const;
 
  private:
   mutable std::mutex _mutex;

@@ -1,15 +1,20 @@
 #include "transports/Transports.hpp"
 
 #include <array>
+#include <kestrel/datastreaming/Keys.hpp>
 #include <stdexcept>
 #include <string>
 
+#include "transports/ipc/IpcEndpoint.hpp"
+#include "transports/ipc/IpcTransport.hpp"
 #include "transports/memory/MemoryTransport.hpp"
 #ifdef KESTREL_HAS_NATS
 #include "transports/nats/NatsTransport.hpp"
 #endif
 
 namespace kestrel::streams {
+
+using datastreaming::lasting::DataSteamingConfig;
 
 namespace {
 
@@ -20,6 +25,11 @@ struct Entry {
 
 std::shared_ptr<Transport> makeMemory(const ServiceSettings&) {
   return std::make_shared<MemoryTransport>();
+}
+
+std::shared_ptr<Transport> makeIpc(const ServiceSettings& settings) {
+  return std::make_shared<IpcTransport>(
+      folderOf(settings.text(DataSteamingConfig::DATASTREAMING_SERIVCE_URL)));
 }
 
 std::shared_ptr<Transport> makeNats(const ServiceSettings& settings) {
@@ -34,6 +44,7 @@ std::shared_ptr<Transport> makeNats(const ServiceSettings& settings) {
 /// Every scheme that an endpoint may have. A new transport is entered here and nowhere else.
 constexpr std::array entries{
     Entry{"memory", &makeMemory},
+    Entry{"ipc", &makeIpc},
     Entry{"nats", &makeNats},
     Entry{"tls", &makeNats},
 };

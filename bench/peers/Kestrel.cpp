@@ -51,12 +51,14 @@ class KestrelPeer final : public Peer {
 
 }  // namespace
 
-std::vector<PeerKind> kestrelKinds(const std::string& natsUrl) {
+std::vector<PeerKind> kestrelKinds(const std::string& natsUrl, const std::string& folder) {
   const auto within = [](const std::string& address) { return std::make_unique<KestrelPeer>(address, true); };
   const auto beside = [](const std::string& address) {
     return std::make_unique<KestrelPeer>(address, false);
   };
-  return {{"kestrel, memory", "", within, {}}, {"kestrel, NATS", natsUrl, beside, serve}};
+  return {{"kestrel, memory", "", within, {}},
+          {"kestrel, ipc", "ipc://" + folder + "/kestrel", beside, serve},
+          {"kestrel, NATS", natsUrl, beside, serve}};
 }
 
 }  // namespace bench

@@ -36,7 +36,7 @@ struct PeerKind {
   std::function<std::shared_ptr<void>(const std::string& address)> serve;  ///< until the result goes
 };
 
-std::vector<PeerKind> kestrelKinds(const std::string& natsUrl);
+std::vector<PeerKind> kestrelKinds(const std::string& natsUrl, const std::string& folder);
 std::vector<PeerKind> zeroMqKinds(const std::string& folder);
 std::vector<PeerKind> grpcKinds(const std::string& folder);
 std::vector<PeerKind> natsKinds(const std::string& natsUrl);

@@ -3,9 +3,11 @@
 //   peers_bench [RUNS [TEXT]]      all of them, or those in whose "work, way" the text occurs
 //   peers_bench serve NAME ADDRESS the far side of one, until standard input ends
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -23,7 +25,8 @@ using namespace bench;
 
 std::vector<PeerKind> allKinds(const std::string& natsUrl, const std::string& folder) {
   std::vector<PeerKind> kinds;
-  for (auto&& some : {kestrelKinds(natsUrl), zeroMqKinds(folder), grpcKinds(folder), natsKinds(natsUrl)})
+  for (auto&& some :
+       {kestrelKinds(natsUrl, folder), zeroMqKinds(folder), grpcKinds(folder), natsKinds(natsUrl)})
     kinds.insert(kinds.end(), some.begin(), some.end());
   return kinds;
 }
@@ -151,6 +154,31 @@ void printLine(const char* work, const char* name, double value, const char* uni
   std::printf("%s\t%s\t%.3g\t%s\n", work, name, value, unit);
 }
 
+/// Median time in seconds in which 100 bytes go to another process over a Unix socket and come back.
+double bareRoundTrip() {
+  int ends[2];
+  std::array<char, 100> bytes{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) throw std::runtime_error("socketpair");
+  const pid_t far = ::fork();
+  if (far == 0) {
+    ::close(ends[0]);
+    while (::read(ends[1], bytes.data(), bytes.size()) > 0)
+      (void)!::write(ends[1], bytes.data(), bytes.size());
+    ::_exit(0);
+  }
+  ::close(ends[1]);
+  std::vector<double> samples;
+  for (int i = 0; i < 20'000; ++i) {
+    const auto start = Clock::now();
+    (void)!::write(ends[0], bytes.data(), bytes.size());
+    (void)!::read(ends[0], bytes.data(), bytes.size());
+    samples.push_back(secondsSince(start));
+  }
+  ::close(ends[0]);
+  ::waitpid(far, nullptr, 0);
+  return median(std::move(samples));
+}
+
 /// What the machine itself can do.
 void printYardsticks() {
   const std::vector<std::uint8_t> source(100'000'000, 1);
@@ -169,6 +197,7 @@ void printYardsticks() {
   printLine("yardsticks", "copy into pages in use", rate(warm), "MB/s");
   printLine("yardsticks", "copy into fresh pages", rate(fresh), "MB/s");
   printLine("yardsticks", "hand-off between threads", 1e6 * medianHandOff(20'000), "µs");
+  printLine("yardsticks", "round trip of 100 B over a bare Unix socket", 1e6 * bareRoundTrip(), "µs");
 }
 
 }  // namespace

@@ -167,8 +167,8 @@ bool Accounts::heardBefore(const Sender& sender, std::uint64_t number) {
   return std::any_of(sender.holders.begin(), end, [](const Holder& holder) { return holder.receiver != 0; });
 }
 
-/// Who had it to take: live, the last receiver that had begun when it was sent; in memory, which keeps what
-/// comes in between, the first one that had not ended by then.
+/// Who had it to take: live, the last receiver that had begun when it was sent; without a server, where what
+/// comes in between is kept, the first one that had not ended by then.
 const std::pair<const Accounts::Id, Accounts::Receiver>* Accounts::receiverOf(Lane lane,
                                                                               std::int64_t time) const {
   const std::pair<const Id, Receiver>* found = nullptr;
@@ -176,7 +176,7 @@ const std::pair<const Accounts::Id, Accounts::Receiver>* Accounts::receiverOf(La
   if (receivers == _onLane.end()) return nullptr;
   for (const Id id : receivers->second) {
     const auto& item = *_receivers.find(id);
-    if (_transport == Transport::memory && (endOf(item.second) == 0 || endOf(item.second) >= time))
+    if (_transport != Transport::live && (endOf(item.second) == 0 || endOf(item.second) >= time))
       return &item;
     if (_transport == Transport::live && item.second.opened <= time) found = &item;
   }
@@ -205,8 +205,11 @@ Reported Accounts::reportedOn(Lane lane, std::uint64_t unheard) const {
   // is it a gap to anybody what a sender gives up before anything of it has come.
   const bool stays = lane == Lane::steady || lane == Lane::flood || lane == Lane::idle;
   const bool exact = _transport == Transport::durable && stays;
-  sum.counted =
-      sum.refused + (exact ? sum.lost + std::min(unheard, sum.givenUp) : std::max(sum.givenUp, sum.lost));
+  // Between processes a sender counts what a receiver that goes had not dealt with, and the next one what is
+  // left of it.
+  const bool apart = _transport == Transport::ipc && !stays;
+  const std::uint64_t either = apart ? sum.givenUp + sum.lost : std::max(sum.givenUp, sum.lost);
+  sum.counted = sum.refused + (exact ? sum.lost + std::min(unheard, sum.givenUp) : either);
   return sum;
 }
 

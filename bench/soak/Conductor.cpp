@@ -15,6 +15,8 @@ using Role = Assignment::Role;
 
 namespace {
 
+constexpr std::int64_t keptSeconds =
+    7;  // after which memory for payloads, and its descriptors, are given back
 constexpr std::int64_t calmBeforeEnd = 12 * second;
 constexpr std::int64_t longestEnd = 45 * second * slowness;  // a request may take 20 s to fail
 constexpr std::int64_t longestDrain = 90 * second * slowness;
@@ -56,7 +58,8 @@ std::unique_ptr<Child> Conductor::makeChild(Role role, Transport transport, int 
   assignment.slot = slot;
   assignment.process = ++_processes;
   assignment.seed = _random.seed();
-  if (transport != Transport::memory) {
+  if (transport == Transport::ipc) assignment.endpoint = "ipc://" + (_options.folder / "streams").string();
+  if (needsServer(transport)) {
     auto& proxy = _proxies[assignment.process] = std::make_unique<CuttingProxy>(_server.port());
     assignment.endpoint = proxy->url(queryOf(transport));
   }
@@ -73,7 +76,7 @@ void Conductor::start() {
     _residents[i].child = makeChild(Role::resident, static_cast<Transport>(i), residentSlot);
     _accounts[i].residentIs(_residents[i].child->assignment().process);
   }
-  for (const Transport transport : {Transport::live, Transport::durable}) {
+  for (const Transport transport : {Transport::live, Transport::durable, Transport::ipc}) {
     for (int i = 0; i < visitors; ++i) _visits.push_back({Role::visitor, transport, firstVisitorSlot + i});
     _visits.push_back({Role::host, transport, 0});
   }
@@ -191,7 +194,9 @@ void Conductor::measure() {
 }
 
 std::int64_t Conductor::lastEvent() const {
-  return std::max({_accounts[0].lastEvent(), _accounts[1].lastEvent(), _accounts[2].lastEvent()});
+  std::int64_t last = 0;
+  for (const Accounts& accounts : _accounts) last = std::max(last, accounts.lastEvent());
+  return last;
 }
 
 /// Until nothing is open any more, or nothing has moved for longer than any time-out.
@@ -222,7 +227,7 @@ void Conductor::drain() {
 /// What is in use when all is idle.
 void Conductor::settle() {
   for (auto& resident : _residents) resident.child->signal(SIGUSR2);
-  const std::int64_t until = now() + 3 * second * slowness;
+  const std::int64_t until = now() + (keptSeconds + 3 * slowness) * second;
   while (now() < until) step(false);
 }
 

@@ -74,10 +74,11 @@ class Conductor {
   Random _random;
   kestrel::streams::NatsServer _server;
   Faults::Proxies _proxies;
-  std::array<Accounts, 3> _accounts{Accounts(Transport::memory), Accounts(Transport::live),
-                                    Accounts(Transport::durable)};
+  std::array<Accounts, transportNames.size()> _accounts{
+      Accounts(Transport::memory), Accounts(Transport::live), Accounts(Transport::durable),
+      Accounts(Transport::ipc)};
   Faults _faults;
-  std::array<Resident, 3> _residents;
+  std::array<Resident, transportNames.size()> _residents;
   std::vector<Visit> _visits;
   std::uint32_t _processes = 0;
   std::int64_t _begun = 0;

@@ -12,8 +12,12 @@ inline constexpr int slowness = 4;
 inline constexpr int slowness = 1;
 #endif
 
-enum class Transport : std::uint8_t { memory, live, durable };
-inline constexpr std::array<const char*, 3> transportNames{"memory", "live", "durable"};
+enum class Transport : std::uint8_t { memory, live, durable, ipc };
+inline constexpr std::array<const char*, 4> transportNames{"memory", "live", "durable", "ipc"};
+
+inline constexpr bool needsServer(Transport transport) {
+  return transport == Transport::live || transport == Transport::durable;
+}
 
 /// One stream each, so that what is reported on one cannot stand in for what is lost on another.
 enum class Lane : std::uint8_t {

@@ -16,7 +16,7 @@ struct Table {
     Footprint most{};
     Footprint last{};
   };
-  std::array<Column, 3> columns{};  ///< in the order of the transports
+  std::array<Column, transportNames.size()> columns{};  ///< in the order of the transports
 
   /// Whether everything is 0 that must be, and nothing has grown beyond its bound.
   bool print(std::ostream& out) const;

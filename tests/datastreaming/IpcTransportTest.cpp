@@ -239,6 +239,14 @@ TEST_F(IpcTransportTest, WhatAKilledConsumerWasYetToBeSentGoesToTheNextOne) {
   EXPECT_EQ(_inbox.wait(1).back().text[0], '9');
 }
 
+TEST_F(IpcTransportTest, WhoComesNextRemovesTheNamesOfTheDeadWhateverTheirStream) {
+  Peer live(_folder.path());
+  Peer(_folder.path()).end(SIGKILL);
+  EXPECT_EQ(_folder.files().size(), 2U);
+  const auto next = factoryIn(_folder.path(), 7)->getStream("another", {});
+  EXPECT_EQ(_folder.files().size(), 1U);
+}
+
 TEST_F(IpcTransportTest, ForkedChildDoesNotSeemToBeItsParent) {
   const auto sender = producer("there");
   const auto taker = consumer(_inbox.callback(), "back");

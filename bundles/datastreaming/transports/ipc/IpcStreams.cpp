@@ -87,6 +87,7 @@ void IpcStreams::start() {
   _loop = std::make_shared<IpcLoop>(_changes.get(), [weak = weak_from_this()] {
     if (const auto streams = weak.lock()) streams->refresh();
   });
+  _folder.removeDead();
   _retry = std::make_shared<Retry>(weak_from_this());
   _loop->addTicked(_retry);
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -170,6 +172,17 @@ std::vector<std::string> StreamFolder::consumersOf(const std::string& token) con
   std::erase_if(found, [&](const auto& name) { return !name.starts_with(beginning); });
   std::ranges::sort(found);  // behind the beginning comes the time
   return found;
+}
+
+/// A process that cannot be seen may be one of another container; whether it listens says more.
+void StreamFolder::removeDead() const {
+  for (const auto& name : namesIn(_path)) {
+    pid_t process = 0;
+    const std::string digits = processIn(name);
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), process);
+    const bool unseen = error == std::errc() && process > 0 && ::kill(process, 0) != 0 && errno == ESRCH;
+    if (unseen && !tokenIn(name).empty()) (void)connect(name);  // which removes it
+  }
 }
 
 StreamFolder::Connected StreamFolder::connect(const std::string& name) const {

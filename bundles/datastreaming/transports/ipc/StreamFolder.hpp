@@ -51,6 +51,9 @@ class StreamFolder {
   /// The names of the stream's consumers, the one that came first to the front.
   [[nodiscard]] std::vector<std::string> consumersOf(const std::string& token) const;
 
+  /// Removes the names that killed processes have left, of whatever stream.
+  void removeDead() const;
+
   struct Connected {
     enum class State {
       connected,

@@ -27,6 +27,8 @@ constexpr auto longestIdle = 5s;
 constexpr auto sweepInterval = 1s;
 
 std::atomic<std::size_t> mappableBlocks{0};  // that there are, kept ones too
+// This process is the child of one whose mappable blocks it shares: it must not use them again.
+std::atomic<bool> forked{false};
 
 void unmap(const Block& block) noexcept {
   unmapPages(unpoisoned(block.pages, block.capacity), block.capacity);
@@ -49,6 +51,7 @@ class Store {
   void afterForkInChild() KESTREL_UNCHECKED {
     Surplus surplus;  // all, for the thread that would give it back has stayed behind
     _cache.expire(Clock::time_point::max(), surplus.blocks);
+    forked = true;
     _sweeping = false;
     _mutex.unlock();
   }
@@ -174,8 +177,13 @@ MappableBlock allocateMappable(std::size_t size) {
   return {block.pages, block.descriptor};
 }
 
-void releaseMappable(MappableBlock block, std::size_t size) noexcept {
-  keep({block.begin, BlockCache::capacityFor(size), block.descriptor});
+void releaseMappable(MappableBlock block, std::size_t size, bool reusable) noexcept {
+  const Block freed{block.begin, BlockCache::capacityFor(size), block.descriptor};
+  reusable && !forked ? keep(freed) : unmap(freed);
+}
+
+std::size_t mappable() noexcept {
+  return mappableBlocks;
 }
 
 std::size_t kept() noexcept {

@@ -37,7 +37,8 @@ Buffer Buffer::mappable(std::size_t size) {
 }
 
 Buffer Buffer::toSend(std::size_t size) {
-  if (size < leastMappable || !sendingMappable) return Buffer(size);
+  // The other half is for what must be mappable, whoever holds on to these.
+  if (size < leastMappable || !sendingMappable || memory::mappable() >= mostMappable / 2) return Buffer(size);
   try {
     return mappable(size);
   } catch (const std::bad_alloc&) {
@@ -90,6 +91,10 @@ void Buffer::freeze() noexcept {
     _shared = SharedBlocks::shared().add({_data, _descriptor}, _size, _capacity);
   } catch (const std::bad_alloc&) {  // then whoever needs the bytes copies them
   }
+}
+
+void keepFromReuse(const SharedBytes& owner) noexcept {
+  SharedBlocks::shared().keepFromReuse(owner.get());
 }
 
 Frozen ownerOf(const void* data, std::size_t size) noexcept {

@@ -13,8 +13,12 @@ struct MappableBlock {
   int descriptor = -1;  ///< open as long as the block is
 };
 
-/// As allocate() and release(), with a descriptor. Throws std::bad_alloc where the system gives none.
+/// How many there are, kept ones too.
+[[nodiscard]] std::size_t mappable() noexcept;
+
+/// As allocate() and release(), with a descriptor; what is not reusable goes back to the system at once.
+/// Throws std::bad_alloc where the system gives none.
 [[nodiscard]] MappableBlock allocateMappable(std::size_t size);
-void releaseMappable(MappableBlock block, std::size_t size) noexcept;
+void releaseMappable(MappableBlock block, std::size_t size, bool reusable = true) noexcept;
 
 }  // namespace kestrel::memory

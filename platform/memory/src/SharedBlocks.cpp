@@ -12,8 +12,8 @@ struct SharedBlocks::Holder {
   Holder() = default;
   ~Holder() {
     if (block.begin == nullptr) return;
-    shared().remove(bytes());  // first: the next block may begin at this address
-    block.descriptor < 0 ? release(block.begin, capacity) : releaseMappable(block, capacity);
+    const bool reusable = shared().remove(bytes());  // first: the next block may begin at this address
+    block.descriptor < 0 ? release(block.begin, capacity) : releaseMappable(block, capacity, reusable);
   }
   Holder(const Holder&) = delete;
   Holder& operator=(const Holder&) = delete;
@@ -53,9 +53,16 @@ Frozen SharedBlocks::find(const std::uint8_t* data, std::size_t size) {
   return {entry.owner.lock(), entry.size, entry.descriptor};
 }
 
-void SharedBlocks::remove(const std::uint8_t* block) noexcept {
+bool SharedBlocks::remove(const std::uint8_t* block) noexcept {
   const callbacks::MutexLock lock(_mutex);
-  _entries.erase(block);
+  const auto entry = _entries.extract(block);
+  return entry.empty() || entry.mapped().reusable;
+}
+
+void SharedBlocks::keepFromReuse(const std::uint8_t* block) noexcept {
+  const callbacks::MutexLock lock(_mutex);
+  const auto entry = _entries.find(block);
+  if (entry != _entries.end()) entry->second.reusable = false;
 }
 
 }  // namespace kestrel::memory

@@ -25,16 +25,20 @@ class SharedBlocks {
   [[nodiscard]] SharedBytes add(MappableBlock block, std::size_t size, std::size_t capacity);
   /// The block in which all of these bytes lie; empty if there is none.
   [[nodiscard]] Frozen find(const std::uint8_t* data, std::size_t size);
+  /// The block that begins there is not to be used again.
+  void keepFromReuse(const std::uint8_t* block) noexcept;
 
  private:
   struct Holder;
   struct Entry {
     std::size_t size = 0;
     int descriptor = -1;
+    bool reusable = true;
     std::weak_ptr<const std::uint8_t> owner;
   };
 
-  void remove(const std::uint8_t* block) noexcept;
+  /// Returns whether its memory may be used again.
+  bool remove(const std::uint8_t* block) noexcept;
 
   callbacks::Mutex _mutex;
   std::map<const std::uint8_t*, Entry> _entries KESTREL_GUARDED_BY(_mutex);

@@ -1,8 +1,10 @@
 #include "transports/ipc/AccountsPage.hpp"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace kestrel::streams {
@@ -44,6 +46,9 @@ std::optional<std::uint64_t> sealedSize(int descriptor) {
   const int seals = ::fcntl(descriptor, F_GET_SEALS);
   struct stat status {};
   if (seals < 0 || (seals & wanted) != wanted || ::fstat(descriptor, &status) != 0) return std::nullopt;
+  // Huge pages of their own kind may be missing when they are touched.
+  struct statfs system {};
+  if (::fstatfs(descriptor, &system) != 0 || system.f_type != TMPFS_MAGIC) return std::nullopt;
   return static_cast<std::uint64_t>(status.st_size);
 }
 

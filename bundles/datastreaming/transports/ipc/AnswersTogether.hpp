@@ -35,7 +35,7 @@ class AnswersTogether {
 
  private:
   static thread_local AnswersTogether* _current;
-  std::vector<std::shared_ptr<ConsumerLine>> _lines;
+  std::vector<std::weak_ptr<ConsumerLine>> _lines;  // which may go before
 };
 
 }  // namespace kestrel::streams

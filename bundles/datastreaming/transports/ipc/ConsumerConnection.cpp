@@ -47,6 +47,8 @@ ConsumerConnection::ConsumerConnection(std::unique_ptr<LocalSocket> socket, std:
 }
 
 ConsumerConnection::~ConsumerConnection() {
+  (void)costUnderWay();  // without what has been taken
+  for (const auto& [number, record] : _underWay) record->leaveBlock();
   _loop->remove(_number, _socket->get());
 }
 
@@ -59,6 +61,7 @@ Written ConsumerConnection::append(const Message& record) {
   if (_lost) return {Written::Kind::lost};
   auto& added = _unwritten.emplace_back(std::static_pointer_cast<OutgoingRecord>(record));
   _buffered += static_cast<int>(added->bytes().size());
+  _costUnwritten += added->cost();
   return {};
 }
 
@@ -130,6 +133,7 @@ void ConsumerConnection::noteSent(std::size_t records) {
   for (std::size_t i = 0; i < records; ++i) {
     auto& record = _unwritten.front();
     _buffered -= static_cast<int>(record->bytes().size());
+    if (record->isMessage() || !record->bringsDescriptor()) _costUnwritten -= record->cost();
     if (record->isMessage()) ++_sent;
     if (!record->isMessage() && record->bringsDescriptor()) _page->closeDescriptor();  // the hello
     if (record->isMessage() && record->bringsDescriptor()) {
@@ -157,7 +161,7 @@ std::uint64_t ConsumerConnection::costUnderWay() {
     _costUnderWay -= _underWay.front().record->cost();
     _underWay.pop_front();
   }
-  return _costUnderWay;
+  return _costUnderWay + _costUnwritten;
 }
 
 std::uint64_t ConsumerConnection::unhandled() {

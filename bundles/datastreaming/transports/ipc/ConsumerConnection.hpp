@@ -43,7 +43,7 @@ class ConsumerConnection final : public Writer {
   void markLost() { _lost = true; }
   [[nodiscard]] bool lost() const { return _lost; }
 
-  /// What the messages in blocks cost that the consumer has not taken yet.
+  /// What the messages cost that are not written yet, and those in blocks that the consumer has not taken.
   [[nodiscard]] std::uint64_t costUnderWay();
   /// How many messages were written that the consumer has not dealt with.
   [[nodiscard]] std::uint64_t unhandled();
@@ -71,6 +71,7 @@ class ConsumerConnection final : public Writer {
 
   std::deque<std::shared_ptr<OutgoingRecord>> _unwritten;  // of the thread that appends and flushes
   std::atomic<int> _buffered{0};
+  std::atomic<std::uint64_t> _costUnwritten{0};
   std::atomic<bool> _lost{false};
   std::atomic<bool> _full{false};   // until the loop says otherwise
   std::atomic<bool> _woken{false};  // and the loop has not seen it yet

@@ -27,11 +27,9 @@ class IpcLoop::State {
   }
 
   void add(std::uint64_t number, int socket, std::weak_ptr<IpcLoopClient> client) {
-    {
-      const callbacks::MutexLock lock(_mutex);
-      _clients[number] = std::move(client);
-    }
     watch(EPOLL_CTL_ADD, socket, EPOLLRDHUP, number);
+    const callbacks::MutexLock lock(_mutex);
+    _clients[number] = std::move(client);
   }
 
   void addTicked(std::weak_ptr<IpcLoopClient> client) {
@@ -64,8 +62,7 @@ class IpcLoop::State {
   void wakeLater(std::uint64_t number) {
     {
       const callbacks::MutexLock lock(_mutex);
-      _late.insert(number);
-      if (_late.size() > 1) return;
+      if (!_late.insert(number).second || _late.size() > 1) return;
     }
     itimerspec once{};
     once.it_value.tv_nsec = 200'000;
@@ -95,6 +92,7 @@ class IpcLoop::State {
         tickAll();
       } catch (const std::exception& error) {  // no memory
         logError(std::string("streams between processes: ") + error.what());
+        _ticking = true;
       }
     }
   }

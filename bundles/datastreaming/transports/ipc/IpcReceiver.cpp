@@ -15,9 +15,8 @@ IpcReceiver::IpcReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr
     : Receiver(std::move(context), limits),
       _mostBytes(limits.payloadBytes),
       _stream(std::move(stream)),
-      _epoll(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1"),
-      _wake(ForkedSockets::open([] { return ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); }), "eventfd") {
-  watch(_wake.get());
+      _epoll(::epoll_create1(EPOLL_CLOEXEC), "epoll_create1") {
+  watch(_wake->descriptor());
 }
 
 IpcReceiver::~IpcReceiver() {
@@ -41,7 +40,7 @@ void IpcReceiver::takePlace() {
   _place = std::make_unique<StreamFolder::Place>(_stream->home().folder(), _name);
   _listener = _place->socket();
   watch(_listener);
-  _stream->home().settle(_name, weak_from_this());
+  _stream->home().settle(_name, _wake);
 }
 
 void IpcReceiver::leave(bool /*insideRun*/) {
@@ -50,14 +49,7 @@ void IpcReceiver::leave(bool /*insideRun*/) {
     _stream->home().leave(_name);
     if (_place) _place->withdraw();
   }
-  const std::uint64_t one = 1;
-  [[maybe_unused]] const auto written = ::write(_wake.get(), &one, sizeof one);
-}
-
-void IpcReceiver::placeRemoved() {
-  _homeless = true;
-  const std::uint64_t one = 1;
-  [[maybe_unused]] const auto written = ::write(_wake.get(), &one, sizeof one);
+  _wake->wake();
 }
 
 void IpcReceiver::watch(int descriptor) {
@@ -76,7 +68,11 @@ void IpcReceiver::run() {
       _errors->report(std::string("what came could not be taken: ") + error.what());
     }
   }
-  leaveUnread();
+  try {
+    leaveUnread();
+  } catch (const std::exception& error) {
+    _errors->report(std::string("what was still to be read could not be counted: ") + error.what());
+  }
   _pipeline->abandon(_left);
 }
 
@@ -116,14 +112,15 @@ void IpcReceiver::turn(std::size_t ready) {
       read(*found->second);
     } else if (descriptor == _listener) {
       acceptAll();
-    } else if (descriptor == _wake.get()) {
+    } else if (descriptor == _wake->descriptor()) {
       std::uint64_t count = 0;
       [[maybe_unused]] const auto taken = ::read(descriptor, &count, sizeof count);
     }
   }
   _together.reset();
-  if (_homeless.exchange(false)) {
+  if (_wake->takeHomeless()) {
     try {
+      acceptAll();  // who has found the old one
       takePlace();
     } catch (const std::exception& error) {  // a folder that is gone is about to be made again
       const bool removed = _stream->home().folder().identity().second == 0;
@@ -221,8 +218,7 @@ bool IpcReceiver::deliver(IncomingConnection& connection, const MessageRecord& r
   try {
     if (!fill(frame, record)) return false;
   } catch (const std::bad_alloc&) {
-    StreamCounters::add(_context->counters.lost);
-    _errors->report("no memory for a message of " + std::to_string(record.size) + " bytes; messages lost: 1");
+    _errors->report("no memory for a message of " + std::to_string(record.size) + " bytes, which is lost");
     connection.took(record.stamp);
     return true;
   }
@@ -262,7 +258,8 @@ bool IpcReceiver::fillFromBlock(Frame& frame, const MessageRecord& record) {
   }
   frame.data = block->data() + before;
   frame.size = record.size;
-  if (record.stamp.chunked) return true;
+  const bool joined = record.stamp.chunked && !(record.stamp.last && record.stamp.chunkIndex == 0);
+  if (joined) return true;
   auto copy = std::make_shared<memory::Buffer>(frame.size);
   if (frame.size > 0) std::memcpy(copy->data(), frame.data, frame.size);
   copy->freeze();

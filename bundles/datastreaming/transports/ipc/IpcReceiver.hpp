@@ -21,9 +21,7 @@ namespace kestrel::streams {
 
 /// Receives the messages of a stream from all processes, and from this one. The delivery thread reads the
 /// sockets itself, so what is not handled yet waits with its senders.
-class IpcReceiver final : public Receiver,
-                          public IpcStreams::Dweller,
-                          public std::enable_shared_from_this<IpcReceiver> {
+class IpcReceiver final : public Receiver {
  public:
   IpcReceiver(std::shared_ptr<StreamContext> context, std::shared_ptr<IpcStream> stream,
               const PayloadSequencer::Limits& limits);
@@ -32,7 +30,6 @@ class IpcReceiver final : public Receiver,
   void open() override;
   void run() override;
   void leave(bool insideRun) override;
-  void placeRemoved() override;
 
  private:
   using Connections = std::unordered_map<int, std::unique_ptr<IncomingConnection>>;  // by socket
@@ -60,8 +57,7 @@ class IpcReceiver final : public Receiver,
   const std::uint64_t _mostBytes;  // of one message
   const std::shared_ptr<IpcStream> _stream;
   const FileDescriptor _epoll;
-  const LocalSocket _wake;
-  std::atomic<bool> _homeless{false};  // its place has been removed
+  const std::shared_ptr<IpcStreams::Dweller> _wake = std::make_shared<IpcStreams::Dweller>();
 
   callbacks::Mutex _mutex;
   std::string _name KESTREL_GUARDED_BY(_mutex);  // of its place

@@ -37,6 +37,8 @@ class IpcStream final : public std::enable_shared_from_this<IpcStream> {
 
   /// Why a message of that size would not be taken over now; nothing if it would.
   [[nodiscard]] std::optional<std::string> refusal(std::uint64_t size, std::uint64_t cost);
+  /// What a message in a block costs at least, so that one stream does not take all blocks of the process.
+  [[nodiscard]] std::uint64_t leastCostOfBlock() const { return _limit / 256; }
   /// Takes a message over for every consumer that has room, if there is one; else returns why not.
   [[nodiscard]] std::optional<std::string> publish(const std::shared_ptr<OutgoingRecord>& message,
                                                    const Stamp& stamp, std::uint64_t size);

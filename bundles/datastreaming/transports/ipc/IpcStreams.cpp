@@ -155,8 +155,9 @@ void IpcStreams::handle(const inotify_event& change, const std::string& name) {
   if ((change.mask & IN_Q_OVERFLOW) != 0) return lookForAll();
   if ((change.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0) return makeAgain();
   if ((change.mask & IN_DELETE) != 0) {
-    _removed.push_back(name);
     _lastRemoval = Clock::now();
+    if (_removed.empty()) _firstRemoval = _lastRemoval;
+    if (isDwellers(name)) _removed.insert(name);
     return _loop->startTicking();
   }
   if (const auto stream = watching(name)) tell(*stream, name);
@@ -175,6 +176,8 @@ void IpcStreams::makeAgain() {
     _folder.make();
     watchFolder();
   } catch (const std::exception& error) {
+    _lastRemoval = Clock::now();  // so that it is tried again
+    _loop->startTicking();
     return logError(error.what());
   }
   placeRemoved({});
@@ -187,8 +190,11 @@ bool IpcStreams::findRemoved() {
   constexpr std::chrono::seconds longestRemoval{3};
   constexpr std::chrono::milliseconds pause{
       200};  // so that who removes everything is not in our way, nor we in his
-  const auto since = Clock::now() - _lastRemoval;
-  if (since < pause) return true;
+  constexpr std::chrono::seconds longestPause{1};
+  const auto now = Clock::now();
+  const auto since = now - _lastRemoval;
+  if (since < pause && now - _firstRemoval < longestPause) return true;
+  _firstRemoval = now;
   const auto names = std::exchange(_removed, {});
   if (_folder.identity() != _watched) {
     makeAgain();
@@ -239,9 +245,19 @@ bool IpcStreams::tryAgain() {
   return again;
 }
 
+void IpcStreams::Dweller::wake() const {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = ::write(_event.get(), &one, sizeof one);
+}
+
 void IpcStreams::settle(const std::string& name, std::weak_ptr<Dweller> dweller) {
   const callbacks::MutexLock lock(_mutex);
   _dwellers[name] = std::move(dweller);
+}
+
+bool IpcStreams::isDwellers(const std::string& name) {
+  const callbacks::MutexLock lock(_mutex);
+  return _dwellers.contains(name);
 }
 
 void IpcStreams::leave(const std::string& name) {

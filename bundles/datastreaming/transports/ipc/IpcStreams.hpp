@@ -1,9 +1,11 @@
 #pragma once
 
+#include <sys/eventfd.h>
 #include <sys/inotify.h>
 
 #include <atomic>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -38,12 +40,23 @@ class IpcStreams final : public std::enable_shared_from_this<IpcStreams> {
   /// Tells the stream of that consumer once more, soon.
   void lookAgain(const std::string& name);
 
-  /// A consumer of this process, for what becomes of its place.
+  /// A consumer of this process, for what becomes of its place: what wakes its thread.
   class Dweller {
    public:
-    virtual ~Dweller() = default;
-    /// Somebody has removed its place; it takes it again. On the loop's thread.
-    virtual void placeRemoved() = 0;
+    /// Somebody has removed its place; it takes it again.
+    void placeRemoved() {
+      _homeless = true;
+      wake();
+    }
+    [[nodiscard]] bool takeHomeless() { return _homeless.exchange(false); }
+    void wake() const;
+    /// Readable after wake().
+    [[nodiscard]] int descriptor() const { return _event.get(); }
+
+   private:
+    const LocalSocket _event{ForkedSockets::open([] { return ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); }),
+                             "eventfd"};
+    std::atomic<bool> _homeless{false};
   };
   void settle(const std::string& name, std::weak_ptr<Dweller> dweller);
   /// Before it gives its place up.
@@ -68,6 +81,7 @@ class IpcStreams final : public std::enable_shared_from_this<IpcStreams> {
   [[nodiscard]] std::shared_ptr<IpcStream> watching(const std::string& name) KESTREL_REQUIRES(_reading);
   [[nodiscard]] bool tryAgain();
   [[nodiscard]] bool findRemoved() KESTREL_REQUIRES(_reading);
+  [[nodiscard]] bool isDwellers(const std::string& name);
   void placeRemoved(const std::string& name);
 
   const StreamFolder _folder;
@@ -80,7 +94,8 @@ class IpcStreams final : public std::enable_shared_from_this<IpcStreams> {
       KESTREL_GUARDED_BY(_reading);  // by token
   // A folder in which sockets were bound does not tell of its own end, but first of theirs.
   std::pair<std::uint64_t, std::uint64_t> _watched KESTREL_GUARDED_BY(_reading);
-  std::vector<std::string> _removed KESTREL_GUARDED_BY(_reading);  // names, lately
+  std::set<std::string> _removed KESTREL_GUARDED_BY(_reading);  // places of this process, lately
+  TimePoint _firstRemoval KESTREL_GUARDED_BY(_reading){};       // since it was looked after last
   TimePoint _lastRemoval KESTREL_GUARDED_BY(_reading){};
   Held _held KESTREL_GUARDED_BY(_reading);  // while they are told, to be let go of without the lock
 

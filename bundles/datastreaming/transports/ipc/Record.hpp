@@ -48,6 +48,8 @@ class OutgoingRecord {
   [[nodiscard]] bool isMessage() const { return _isMessage; }
   [[nodiscard]] bool bringsDescriptor() const { return _descriptor >= 0; }
   [[nodiscard]] int descriptor() const { return _descriptor; }
+  /// Somebody may still be reading the block when nobody here holds it any more.
+  void leaveBlock() const { memory::keepFromReuse(_block); }
 
  private:
   void make(std::size_t size);

@@ -131,7 +131,7 @@ void Outbox::write(Writer& session, bool onLoop) {
   const bool few = !onLoop && session.buffered() < mostHeldBack;
   const bool moreExpected = few && expectsMore();
   const bool moreFollow = few && _moreFollow;
-  _mutex.unlock();
+  const Unlocked pause(_mutex);
   // What the socket did not take is for the loop, which looks by itself after its own turn, but may not know
   // yet after that of another thread.
   if (moreExpected) {
@@ -139,7 +139,6 @@ void Outbox::write(Writer& session, bool onLoop) {
   } else if (moreFollow || (!session.flush() && !onLoop)) {
     session.wake();
   }
-  _mutex.lock();
 }
 
 void Outbox::open(std::shared_ptr<Writer> session) {
@@ -212,11 +211,9 @@ bool Outbox::expectsMore() const {
 }
 
 Written Outbox::append(Writer& session, const Post& post) {
-  _mutex.unlock();
+  const Unlocked pause(_mutex);
   if (post.poster) post.poster->posting(post.tag);
-  Written written = session.append(post.message);
-  _mutex.lock();
-  return written;
+  return session.append(post.message);
 }
 
 }  // namespace kestrel::streams

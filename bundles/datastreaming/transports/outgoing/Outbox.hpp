@@ -98,6 +98,18 @@ class Outbox {
     Outbox& _outbox;
   };
 
+  /// Gives the lock up for a scope.
+  class Unlocked {
+   public:
+    explicit Unlocked(callbacks::Mutex& mutex) KESTREL_UNCHECKED : _mutex(mutex) { _mutex.unlock(); }
+    ~Unlocked() KESTREL_UNCHECKED { _mutex.lock(); }
+    Unlocked(const Unlocked&) = delete;
+    Unlocked& operator=(const Unlocked&) = delete;
+
+   private:
+    callbacks::Mutex& _mutex;
+  };
+
   static void report(const Failed& failed);
   [[nodiscard]] Failed pumped();
   [[nodiscard]] bool takesMore() const KESTREL_REQUIRES(_mutex);

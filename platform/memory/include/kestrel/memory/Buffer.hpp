@@ -58,6 +58,10 @@ struct Frozen {
   int descriptor = -1;
 };
 
+/// Another process may still read the frozen bytes that are held so: their memory is not used again when they
+/// are let go of. Safe from any thread.
+KESTREL_EXPORT void keepFromReuse(const SharedBytes& owner) noexcept;
+
 /// From this size on the bytes of a message go to another process by its mapping them.
 inline constexpr std::size_t leastMappable = std::size_t{96} << 10;
 

@@ -84,10 +84,11 @@ IpcStreams::IpcStreams(std::string path, std::uint64_t limit)
 IpcStreams::~IpcStreams() = default;
 
 void IpcStreams::start() {
+  _folder.removeDead();
+  const callbacks::MutexLock lock(_reading);  // the loop may have something to tell before it is known here
   _loop = std::make_shared<IpcLoop>(_changes.get(), [weak = weak_from_this()] {
     if (const auto streams = weak.lock()) streams->refresh();
   });
-  _folder.removeDead();
   _retry = std::make_shared<Retry>(weak_from_this());
   _loop->addTicked(_retry);
 }

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "../Eventually.hpp"
@@ -38,6 +39,13 @@ class ProcessEnd : public testing::TestWithParam<const char*> {
 
 TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkInMemory) {
   endsCleanly("", 20);
+}
+
+TEST_P(ProcessEnd, IsCleanWhileMessengersAreAtWorkBetweenProcesses) {
+  std::string folder = std::filesystem::temp_directory_path() / "kestrel-end-XXXXXX";
+  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+  endsCleanly("ipc://" + folder, 6);
+  std::filesystem::remove_all(folder);
 }
 
 #ifdef KESTREL_HAS_NATS

@@ -29,7 +29,7 @@ std::string folderOf(const std::string& endpoint) {
   if (rest.empty() || rest == "//") return privateFolder();
   const bool absolute = rest.starts_with("///") && rest.size() > 3;
   if (!absolute || rest.find('?') != std::string::npos || rest.find('\0') != std::string::npos) {
-    throw std::invalid_argument(
+    throw std::runtime_error(
         "an endpoint for streams between processes of one machine is ipc: or ipc:///path/of/a/folder, with "
         "an absolute path and without options");
   }

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -152,6 +153,91 @@ TEST_F(IpcTransportTest, WhoDoesNotTakeMessagesMissesThemWhileOthersGoOnAndBothE
   go.open();
   EXPECT_TRUE(eventually("the slow one to hear of it", [&] { return received().lost == missed; }));
   EXPECT_EQ(received().messagesReceived + missed, count);
+}
+
+TEST_F(IpcTransportTest, WhoDoesNotTakeLargeMessagesLeavesMemoryForOthers) {
+  _here = factoryIn(_folder.path(), 400'000'000);
+  Door go;
+  const auto note = _inbox.callback();
+  const auto slow = consumer([&, note](const auto* data, auto size, const auto& id, auto& attributes) {
+    go.pass("the test to go on");
+    return note(data, size, id, attributes);
+  });
+  const auto sender = producer(), unheard = producer("unheard"), other = producer("other");
+  constexpr int many = 600;  // more than there are blocks
+  for (int i = 0; i < many; ++i) {
+    ASSERT_EQ(outcomeOf(sendText(*sender, std::to_string(i) + std::string(100'000, 'x'))), "accepted");
+    ASSERT_EQ(outcomeOf(sendText(*unheard, std::string(100'000, 'x'))), "accepted");
+  }
+  Inbox others;
+  const auto taker = consumer(others.callback(), "other");
+  for (int i = 0; i < 3; ++i) (void)sendText(*other, std::string(200'000, 'y'));
+  EXPECT_EQ(others.waitTexts(3)[2], std::string(200'000, 'y'));
+  go.open();
+  const auto all = _inbox.waitTexts(many);
+  for (int i = 0; i < many; ++i) ASSERT_EQ(all[i], std::to_string(i) + std::string(100'000, 'x'));
+}
+
+/// No further descriptor can be opened while it exists.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &_before);
+    rlimit none = _before;
+    none.rlim_cur = 1;
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &_before); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit _before{};
+};
+
+TEST_F(IpcTransportTest, WhatIsSentWhileAConsumerCannotBeReachedIsKeptForIt) {
+  const auto late = consumer(_inbox.callback());
+  const std::string name = _folder.files().at(0), hidden = _folder.path() + "/hidden";
+  ::rename(name.c_str(), hidden.c_str());
+  Inbox here;
+  const auto taker = startConsumer(*_here, _here->getStream("s", {}), here.callback());
+  const auto sender = producer();
+  (void)sendText(*sender, "before");
+  here.wait(1);
+  {
+    const NoDescriptors now;
+    ::rename(hidden.c_str(), name.c_str());
+    (void)sendText(*sender, "meanwhile");
+    here.wait(2);
+  }
+  (void)sendText(*sender, "afterwards");
+  EXPECT_THAT(_inbox.waitTexts(2), ElementsAre("meanwhile", "afterwards"));
+}
+
+TEST_F(IpcTransportTest, WhoDoesNotEvenTakeNewsIsPartedWithAndReachedAnew) {
+  _here = factoryIn(_folder.path(), 20'000);
+  Door entered, go;
+  const auto note = _inbox.callback();
+  const auto slow = consumer([&, note](const auto* data, auto size, const auto& id, auto& attributes) {
+    entered.open();
+    go.pass("the test to go on");
+    return note(data, size, id, attributes);
+  });
+  const auto quick =
+      startConsumer(*_here, _here->getStream("s", {}), [](const auto*, auto, const auto&, auto&) {});
+  const auto staying = producer();
+  (void)sendText(*staying, "first");
+  entered.pass("the first message");
+  int producers = 0;
+  while (sent().lastError.find("has gone") == std::string::npos && ++producers < 20'000) {
+    (void)sendText(*producer(), "comes and goes");
+  }
+  EXPECT_LT(producers, 20'000);
+  go.open();
+  EXPECT_TRUE(eventually("it to be reached anew", [&] {
+    (void)sendText(*staying, "later");
+    return _inbox.has("later");
+  }));
 }
 
 TEST_F(IpcTransportTest, RefusesWhatNobodyHasRoomForAndCountsWhatNobodyEverReads) {
@@ -387,7 +473,7 @@ TEST_P(IpcStrangerTest, IsSentAwayAndReportedAndCostsNobodyElseAnything) {
   int descriptor = -1;
   const auto bytes = GetParam().packet(descriptor);
   if (std::strcmp(GetParam().name, "NoHello") != 0 && std::strncmp(GetParam().name, "Hello", 5) != 0) {
-    write(bytesOf(OutgoingRecord::hello(0)), memoryFile(fixedSize, 4096));
+    write(bytesOf(OutgoingRecord::hello()), memoryFile(fixedSize, 4096));
   }
   write(bytes, descriptor);
   EXPECT_TRUE(eventually("the end",
@@ -399,21 +485,21 @@ TEST_P(IpcStrangerTest, IsSentAwayAndReportedAndCostsNobodyElseAnything) {
 
 const Stranger strangers[] = {
     {"NoHello", [](int&) { return messageInBlock(0); }},
-    {"HelloWithoutAccounts", [](int&) { return bytesOf(OutgoingRecord::hello(0)); }},
+    {"HelloWithoutAccounts", [](int&) { return bytesOf(OutgoingRecord::hello()); }},
     {"HelloWithAFile",
      [](int& descriptor) {
        descriptor = ::open("/dev/zero", O_RDWR | O_CLOEXEC);
-       return bytesOf(OutgoingRecord::hello(0));
+       return bytesOf(OutgoingRecord::hello());
      }},
     {"HelloWithAccountsThatMayShrink",
      [](int& descriptor) {
        descriptor = memoryFile(0, 4096);
-       return bytesOf(OutgoingRecord::hello(0));
+       return bytesOf(OutgoingRecord::hello());
      }},
     {"SecondHello",
      [](int& descriptor) {
        descriptor = memoryFile(fixedSize, 4096);
-       return bytesOf(OutgoingRecord::hello(0));
+       return bytesOf(OutgoingRecord::hello());
      }},
     {"Noise", [](int&) { return std::vector<std::uint8_t>(1000, 0xa5); }},
     {"HalfARecord",

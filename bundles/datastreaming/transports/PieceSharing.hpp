@@ -27,16 +27,13 @@ class PieceSharing {
     std::uint64_t cost = 0;
   };
 
-  /// `receivers` changes whenever there is one more; hasRoom(cost) says whether so much would be taken;
-  /// suits(frozen) whether a block can be shared.
-  template <class HasRoom, class Suits>
-  [[nodiscard]] Taken take(const Message& message, std::uint64_t receivers, const HasRoom& hasRoom,
-                           const Suits& suits) {
+  /// `receivers` changes whenever there is one more; hasRoom(cost) says whether so much would be taken.
+  template <class HasRoom>
+  [[nodiscard]] Taken take(const Message& message, std::uint64_t receivers, const HasRoom& hasRoom) {
     const Stamp& stamp = message.stamp;
     memory::Frozen frozen;
     if (stamp.chunked || message.size >= memory::leastKept) {
       frozen = memory::ownerOf(message.data, message.size);
-      if (!suits(frozen)) frozen = {};
     }
     const bool isFirst = stamp.chunkIndex == 0;
     const bool goesOn = !isFirst && frozen.owner && _shared.lock() == frozen.owner && receivers == _receivers;

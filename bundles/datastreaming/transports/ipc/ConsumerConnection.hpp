@@ -53,15 +53,25 @@ class ConsumerConnection final : public Writer {
   void awaitRoom(int milliseconds);
 
  private:
+  struct Unwritten {
+    std::shared_ptr<OutgoingRecord> record;
+    memory::Frozen block = {};  // whose descriptor goes with it; of a message, once it is about to be written
+  };
   struct UnderWay {
     std::uint64_t number = 0;  // of the message, counted from 1
-    std::shared_ptr<OutgoingRecord> record;
+    std::uint64_t cost = 0;
+    bool isCopy = false;
+    memory::Frozen block;
   };
 
-  [[nodiscard]] std::size_t nextPacket() const;
+  [[nodiscard]] std::size_t nextPacket();
+  [[nodiscard]] bool findBlock(Unwritten& message);
   [[nodiscard]] bool sendPacket(std::size_t records);
   void noteSent(std::size_t records);
+  void noteUnderWay(Unwritten message) KESTREL_REQUIRES(_mutex);
+  void reapTaken() KESTREL_REQUIRES(_mutex);
   void findFailure(int error);
+  void awaitBlocks();
 
   const std::uint64_t _number;
   const std::unique_ptr<LocalSocket> _socket;
@@ -69,7 +79,9 @@ class ConsumerConnection final : public Writer {
   const std::unique_ptr<AccountsPage> _page;
   std::weak_ptr<ConsumerLine> _line;  // set by attach()
 
-  std::deque<std::shared_ptr<OutgoingRecord>> _unwritten;  // of the thread that appends and flushes
+  std::deque<Unwritten> _unwritten;     // of the thread that appends and flushes
+  std::size_t _copiesUnwritten = 0;     // likewise: of the blocks in there
+  std::atomic<int> _waitsForBlocks{0};  // one after the other
   std::atomic<int> _buffered{0};
   std::atomic<std::uint64_t> _costUnwritten{0};
   std::atomic<bool> _lost{false};
@@ -80,6 +92,7 @@ class ConsumerConnection final : public Writer {
   std::uint64_t _sent KESTREL_GUARDED_BY(_mutex) = 0;  // messages
   std::deque<UnderWay> _underWay KESTREL_GUARDED_BY(_mutex);
   std::uint64_t _costUnderWay KESTREL_GUARDED_BY(_mutex) = 0;
+  std::size_t _copiesUnderWay KESTREL_GUARDED_BY(_mutex) = 0;
 };
 
 }  // namespace kestrel::streams

@@ -5,7 +5,7 @@
 
 namespace kestrel::streams {
 
-void ConsumerLine::connect(const std::shared_ptr<ConsumerLine>& self, std::string name,
+void ConsumerLine::connect(const std::shared_ptr<ConsumerLine>& self,
                            std::shared_ptr<ConsumerConnection> connection) {
   _connection = std::move(connection);
   try {
@@ -14,7 +14,6 @@ void ConsumerLine::connect(const std::shared_ptr<ConsumerLine>& self, std::strin
     _connection.reset();
     throw;
   }
-  _name = std::move(name);
   _outbox.open(_connection);
   _outbox.pump();
 }
@@ -42,6 +41,12 @@ ConsumerLine::Remains ConsumerLine::remains() {
     remains.unsent.push_back(std::static_pointer_cast<OutgoingRecord>(std::move(post.message)));
   }
   return remains;
+}
+
+void ConsumerLine::giveUp() {
+  if (!_connection || _connection->lost()) return;
+  _connection->markLost();
+  _connection->wake();
 }
 
 void ConsumerLine::writeOut(TimePoint deadline) {

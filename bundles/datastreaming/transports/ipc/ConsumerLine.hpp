@@ -23,12 +23,13 @@ class ConsumerLine final : public IpcLoopClient {
   explicit ConsumerLine(std::weak_ptr<IpcStream> stream) : _stream(std::move(stream)) {}
   ~ConsumerLine() override { _outbox.close("the stream was closed"); }
 
-  /// The consumer has come: it gets what waits, and all that follows. Throws std::system_error, and nobody
-  /// has come then.
-  void connect(const std::shared_ptr<ConsumerLine>& self, std::string name,
-               std::shared_ptr<ConsumerConnection> connection);
-  [[nodiscard]] bool connected() const { return _connection != nullptr; }
+  /// The consumer whose line it is to be; empty: the first one to come.
+  void expect(std::string name) { _name = std::move(name); }
   [[nodiscard]] const std::string& name() const { return _name; }
+  /// The consumer is reached: it gets what waits, and all that follows. Throws std::system_error, and it is
+  /// not reached then.
+  void connect(const std::shared_ptr<ConsumerLine>& self, std::shared_ptr<ConsumerConnection> connection);
+  [[nodiscard]] bool connected() const { return _connection != nullptr; }
 
   /// What waits for the consumer, or is on its way in a block that it has not taken yet.
   [[nodiscard]] std::uint64_t used();
@@ -39,6 +40,8 @@ class ConsumerLine final : public IpcLoopClient {
   [[nodiscard]] bool misses() const { return !_missed.empty(); }
 
   [[nodiscard]] bool lost() const { return _connection && _connection->lost(); }
+  /// The consumer is taken for one that has gone.
+  void giveUp();
   /// What has become of it, once it is lost; the line is of no use afterwards.
   struct Remains {
     std::uint64_t unhandled = 0;   ///< messages that were sent and that it has not dealt with

@@ -34,9 +34,11 @@ ForeignBlocks::Block* ForeignBlocks::find(int descriptor) {
   constexpr std::uint64_t largest = std::uint64_t{1} << 32;
   const auto size = sealedSize(descriptor);
   if (!size || *size == 0 || *size > largest) return nullptr;
+  std::list<Block> mapped(1);  // all that can fail comes before the call
   void* const begin = ::mmap(nullptr, *size, PROT_READ, MAP_SHARED, descriptor, 0);
   if (begin == MAP_FAILED) return nullptr;
-  _mapped.push_front({file, static_cast<const std::uint8_t*>(begin), *size});
+  mapped.front() = {file, static_cast<const std::uint8_t*>(begin), *size};
+  _mapped.splice(_mapped.begin(), mapped);
   _bytes += *size;
   while (_mapped.size() > 1 && (_mapped.size() > mostMapped || _bytes > mostBytes)) drop(--_mapped.end());
   return &_mapped.front();

@@ -60,6 +60,10 @@ int ForkedSockets::open(const std::function<int()>& call) {
   return Register::shared().open(call);
 }
 
+void ForkedSockets::prepare() {
+  (void)Register::shared();
+}
+
 void ForkedSockets::close(int descriptor) noexcept {
   Register::shared().close(descriptor);
 }

@@ -13,6 +13,8 @@ class ForkedSockets {
   /// returns, with its errno. Throws std::bad_alloc.
   [[nodiscard]] static int open(const std::function<int()>& call);
   static void close(int descriptor) noexcept;
+  /// What holds forks up while one is opened is there from now on.
+  static void prepare();
 };
 
 }  // namespace kestrel::streams

@@ -1,7 +1,5 @@
 #include "transports/ipc/IpcProducer.hpp"
 
-#include <algorithm>
-
 namespace kestrel::streams {
 
 IpcProducer::~IpcProducer() {
@@ -11,14 +9,9 @@ IpcProducer::~IpcProducer() {
 }
 
 ProducerBase::Outcome IpcProducer::transmit(const Outgoing& message) {
-  auto taken = _sharing.take(
-      {message.stamp, message.data, message.size, message.attributes}, _stream->linesMade(),
-      [&](std::uint64_t room) { return !_stream->refusal(message.size, room); },
-      [](const memory::Frozen& frozen) { return frozen.descriptor >= 0; });
-  const bool takesBlock = taken.owner == nullptr || message.stamp.chunkIndex == 0;
-  if (message.size >= memory::leastMappable && takesBlock) {
-    taken.cost = std::max(taken.cost, _stream->leastCostOfBlock());
-  }
+  const auto taken =
+      _sharing.take({message.stamp, message.data, message.size, message.attributes}, _stream->linesMade(),
+                    [&](std::uint64_t room) { return !_stream->refusal(message.size, room); });
   if (message.size >= memory::leastMappable) {  // before a large copy is made in vain
     if (auto why = _stream->refusal(message.size, taken.cost)) return {std::move(why), {}};
   }

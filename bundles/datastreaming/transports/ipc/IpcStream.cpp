@@ -18,12 +18,17 @@ std::shared_ptr<IpcStream> IpcStream::create(std::shared_ptr<IpcStreams> home, s
                                              std::uint64_t limit) {
   std::shared_ptr<IpcStream> stream(new IpcStream(std::move(home), std::move(token), limit));
   stream->add(std::make_shared<ConsumerLine>(stream));  // without the lock: nobody else knows it yet
-  return stream;
+  auto* const bare = stream.get();
+  return {bare, [stream = std::move(stream)](IpcStream*) mutable {
+            const auto last = std::move(stream);  // else who remembers the owners would keep it
+            last->close();
+          }};
 }
 
-IpcStream::~IpcStream() {
+void IpcStream::close() {
   const auto deadline = Clock::now() + std::chrono::seconds(2);
   const callbacks::MutexLock lock(_mutex);
+  _closed = true;
   std::uint64_t left = 0;
   for (const auto& line : _lines) {
     line->writeOut(deadline);
@@ -31,6 +36,7 @@ IpcStream::~IpcStream() {
   }
   countLost(left, attended() ? "the stream was closed before its consumers had taken what was sent"
                              : "nobody has come to read what was sent");
+  _lines.clear();
 }
 
 void IpcStream::openedBy(const std::shared_ptr<StreamContext>& context) {
@@ -97,22 +103,66 @@ void IpcStream::countMissing(std::uint64_t messages) {
 void IpcStream::announce(const ProducerEvent& event) {
   const auto record = OutgoingRecord::event(event);
   const callbacks::MutexLock lock(_mutex);
-  for (const auto& line : _lines) line->post(record);
+  for (const auto& line : _lines) {
+    if (line->used() <= 2 * _limit)
+      line->post(record);
+    else
+      line->giveUp();
+  }
 }
 
+/// What is sent from now on is kept for a consumer that cannot be reached at once, too.
 bool IpcStream::consumerCame(const std::string& name) {
   using State = StreamFolder::Connected::State;
   const callbacks::MutexLock lock(_mutex);
-  if (std::ranges::any_of(_lines, [&](const auto& line) { return line->name() == name; })) return true;
-  auto connected = _home->folder().connect(name);
-  if (connected.state == State::busy) return false;
-  if (connected.state == State::refused) report("a consumer cannot be reached: " + connected.why);
-  if (connected.state != State::connected) return true;
-  auto connection = std::make_shared<ConsumerConnection>(std::move(connected.socket), _home->loop());
-  const auto line = attended() ? std::make_shared<ConsumerLine>(weak_from_this()) : _lines.front();
-  line->connect(line, name, std::move(connection));
-  if (line != _lines.front()) add(line);
-  return true;
+  const auto known = lineTo(name);
+  if (_closed || (known && known->connected())) return true;
+  try {
+    auto connected = _home->folder().connect(name);
+    if (connected.state == State::refused) report("a consumer cannot be reached: " + connected.why);
+    if (connected.state == State::refused || connected.state == State::gone) {
+      part(name);
+      return true;
+    }
+    const auto line = expect(name);
+    if (connected.state == State::busy) return false;
+    line->connect(line, std::make_shared<ConsumerConnection>(std::move(connected.socket), _home->loop()));
+    return true;
+  } catch (const std::system_error&) {
+    (void)expect(name);
+    throw;
+  }
+}
+
+bool IpcStream::attended() const {
+  return std::ranges::any_of(_lines, [](const auto& line) { return line->connected(); });
+}
+
+std::shared_ptr<ConsumerLine> IpcStream::lineTo(const std::string& name) const {
+  const auto found = std::ranges::find_if(_lines, [&](const auto& line) { return line->name() == name; });
+  return found == _lines.end() ? nullptr : *found;
+}
+
+/// The line to that consumer, which is there and not connected yet: the one of the consumer to come, if
+/// there was none.
+std::shared_ptr<ConsumerLine> IpcStream::expect(const std::string& name) {
+  if (auto known = lineTo(name)) return known;
+  auto line = lineTo({});
+  if (!line) {
+    line = std::make_shared<ConsumerLine>(weak_from_this());
+    add(line);
+  }
+  line->expect(name);
+  return line;
+}
+
+/// From a consumer that was never reached.
+void IpcStream::part(const std::string& name) {
+  const auto line = lineTo(name);
+  if (!line) return;
+  if (_lines.size() == 1) return line->expect({});  // the next one gets what waits for it
+  countLost(messagesIn(line->remains().unsent), "a consumer could not be reached until it had gone");
+  std::erase(_lines, line);
 }
 
 void IpcStream::add(std::shared_ptr<ConsumerLine> line) {

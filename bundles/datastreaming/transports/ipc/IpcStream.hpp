@@ -19,11 +19,10 @@ class IpcStreams;
 /// consumer comes it keeps what is sent. Safe from any thread.
 class IpcStream final : public std::enable_shared_from_this<IpcStream> {
  public:
+  /// It is closed when the last copy of that pointer goes. Of those that shared_from_this() gives, which
+  /// others hold for a moment, none waits for anything when it goes.
   [[nodiscard]] static std::shared_ptr<IpcStream> create(std::shared_ptr<IpcStreams> home, std::string token,
                                                          std::uint64_t limit) KESTREL_UNCHECKED;
-  /// Writes what consumers still take, for some seconds at most. What is left then is counted as lost, and
-  /// reported.
-  ~IpcStream();
   IpcStream(const IpcStream&) = delete;
   IpcStream& operator=(const IpcStream&) = delete;
 
@@ -37,8 +36,6 @@ class IpcStream final : public std::enable_shared_from_this<IpcStream> {
 
   /// Why a message of that size would not be taken over now; nothing if it would.
   [[nodiscard]] std::optional<std::string> refusal(std::uint64_t size, std::uint64_t cost);
-  /// What a message in a block costs at least, so that one stream does not take all blocks of the process.
-  [[nodiscard]] std::uint64_t leastCostOfBlock() const { return _limit / 256; }
   /// Takes a message over for every consumer that has room, if there is one; else returns why not.
   [[nodiscard]] std::optional<std::string> publish(const std::shared_ptr<OutgoingRecord>& message,
                                                    const Stamp& stamp, std::uint64_t size);
@@ -60,8 +57,14 @@ class IpcStream final : public std::enable_shared_from_this<IpcStream> {
   IpcStream(std::shared_ptr<IpcStreams> home, std::string token, std::uint64_t limit)
       : _home(std::move(home)), _token(std::move(token)), _limit(limit) {}
 
+  /// Writes what consumers still take, for some seconds at most. What is left then is counted as lost, and
+  /// reported.
+  void close();
   void add(std::shared_ptr<ConsumerLine> line) KESTREL_REQUIRES(_mutex);
-  [[nodiscard]] bool attended() const KESTREL_REQUIRES(_mutex) { return _lines.front()->connected(); }
+  [[nodiscard]] bool attended() const KESTREL_REQUIRES(_mutex);
+  [[nodiscard]] std::shared_ptr<ConsumerLine> lineTo(const std::string& name) const KESTREL_REQUIRES(_mutex);
+  [[nodiscard]] std::shared_ptr<ConsumerLine> expect(const std::string& name) KESTREL_REQUIRES(_mutex);
+  void part(const std::string& name) KESTREL_REQUIRES(_mutex);
   [[nodiscard]] std::optional<std::string> refusalLocked(std::uint64_t size, std::uint64_t cost)
       KESTREL_REQUIRES(_mutex);
   void reapLocked() KESTREL_REQUIRES(_mutex);
@@ -75,8 +78,9 @@ class IpcStream final : public std::enable_shared_from_this<IpcStream> {
   std::atomic<std::uint64_t> _linesMade{0};
 
   callbacks::Mutex _mutex;
-  // Without a consumer the only one is that of the consumer to come.
+  // Without a consumer the only one is that of the consumer to come. It has no name.
   Lines _lines KESTREL_GUARDED_BY(_mutex);
+  bool _closed KESTREL_GUARDED_BY(_mutex) = false;
   Throttle _missed KESTREL_GUARDED_BY(_mutex);
   std::weak_ptr<StreamContext> _context KESTREL_GUARDED_BY(_mutex);
   std::vector<std::weak_ptr<ErrorOutlet>> _errors KESTREL_GUARDED_BY(_mutex);  // of who joined; one is told

@@ -2,6 +2,7 @@
 
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <kestrel/callbacks/HeldOverFork.hpp>
 
 #include <array>
 #include <cstring>
@@ -16,7 +17,7 @@ namespace kestrel::streams {
 
 namespace {
 
-/// All folders that the process uses; never destroyed.
+/// All folders that the process uses.
 struct Folders {
   callbacks::Mutex mutex;
   // A child that is forked has no use for those of its parent.
@@ -24,9 +25,13 @@ struct Folders {
   std::map<Key, std::weak_ptr<IpcStreams>> open KESTREL_GUARDED_BY(mutex);
 
   static Folders& shared() {
-    static auto* const folders = new Folders;
+    ForkedSockets::prepare();  // what is made under the lock takes theirs: a fork must take this one first
+    static auto* const folders = callbacks::makeHeldOverFork<Folders>();
     return *folders;
   }
+  void beforeFork() KESTREL_UNCHECKED { mutex.lock(); }
+  void afterFork() KESTREL_UNCHECKED { mutex.unlock(); }
+  void afterForkInChild() KESTREL_UNCHECKED { mutex.unlock(); }
 };
 
 int startWatching() {
@@ -118,7 +123,9 @@ std::shared_ptr<IpcStream> IpcStreams::open(const std::string& name) {
 void IpcStreams::watchFor(const std::shared_ptr<IpcStream>& stream) {
   const callbacks::MutexLock lock(_reading);
   sweep(_watching);
-  if (!std::exchange(_watching[stream->token()], stream).expired()) return;
+  auto& known = _watching[stream->token()];
+  if (known.lock() == stream) return;
+  known = stream;
   lookFor(*stream);
 }
 
@@ -133,9 +140,20 @@ void IpcStreams::refresh() {
   Held held;
   const callbacks::MutexLock lock(_reading);
   ++_readers;
-  readChanges();
+  readAllChanges();
   --_readers;
   held.swap(_held);
+}
+
+void IpcStreams::readAllChanges() {
+  try {
+    if (std::exchange(_changesLost, false)) lookForAll();
+    readChanges();
+  } catch (const std::exception& error) {  // no memory
+    _changesLost = true;
+    logError(std::string("who comes to a folder of streams could not be read: ") + error.what());
+    _loop->startTicking();
+  }
 }
 
 void IpcStreams::readChanges() {
@@ -241,6 +259,7 @@ bool IpcStreams::tryAgain() {
   for (const auto& name : names) {
     if (const auto stream = watching(name)) tell(*stream, name);
   }
+  if (_changesLost) readAllChanges();
   const bool again = findRemoved();  // whoever is not reached now asks for himself
   held.swap(_held);
   return again;

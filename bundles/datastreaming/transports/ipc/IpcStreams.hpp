@@ -72,6 +72,7 @@ class IpcStreams final : public std::enable_shared_from_this<IpcStreams> {
   void start();
   void watchFolder() KESTREL_REQUIRES(_reading);
   [[nodiscard]] bool somethingNew() const;
+  void readAllChanges() KESTREL_REQUIRES(_reading);
   void readChanges() KESTREL_REQUIRES(_reading);
   void handle(const inotify_event& change, const std::string& name) KESTREL_REQUIRES(_reading);
   void makeAgain() KESTREL_REQUIRES(_reading);
@@ -97,6 +98,7 @@ class IpcStreams final : public std::enable_shared_from_this<IpcStreams> {
   std::set<std::string> _removed KESTREL_GUARDED_BY(_reading);  // places of this process, lately
   TimePoint _firstRemoval KESTREL_GUARDED_BY(_reading){};       // since it was looked after last
   TimePoint _lastRemoval KESTREL_GUARDED_BY(_reading){};
+  bool _changesLost KESTREL_GUARDED_BY(_reading) = false;
   Held _held KESTREL_GUARDED_BY(_reading);  // while they are told, to be let go of without the lock
 
   callbacks::Mutex _mutex;  // behind those

@@ -1,5 +1,6 @@
 #include "transports/ipc/Record.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -7,6 +8,8 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+
+#include "transports/ipc/CrossingBlocks.hpp"
 
 namespace kestrel::streams {
 
@@ -150,16 +153,6 @@ MessageBody bodyOf(const Stamp& stamp) {
   return body;
 }
 
-memory::Buffer mappable(std::size_t size) {
-  try {
-    return memory::Buffer::mappable(size);
-  } catch (const std::bad_alloc&) {
-    throw std::runtime_error(
-        "the system, or the bound of 512, allows no further block of memory that other "
-        "processes can map");
-  }
-}
-
 }  // namespace
 
 void OutgoingRecord::make(std::size_t size) {
@@ -167,10 +160,10 @@ void OutgoingRecord::make(std::size_t size) {
   _size = size;
 }
 
-std::shared_ptr<OutgoingRecord> OutgoingRecord::hello(int accounts) {
+std::shared_ptr<OutgoingRecord> OutgoingRecord::hello() {
   auto record = std::make_shared<OutgoingRecord>();
   record->make(sizeof(Head) + sizeof(HelloBody));
-  record->_descriptor = accounts;
+  record->_isHello = true;
   Pen pen(record->_bytes.get());
   pen.put(Head{static_cast<std::uint32_t>(record->_size), Kind::hello});
   pen.put(HelloBody{magic, version});
@@ -199,11 +192,12 @@ std::shared_ptr<OutgoingRecord> OutgoingRecord::message(const Stamp& stamp, cons
   if (apart || size >= memory::leastMappable) {
     body.flags |= Flag::inBlock;
     body.attributesInBlock = apart ? attributesSize : 0;
-    body.offset =
-        record->layIntoBlock(data, size, apart ? &attributes : nullptr, body.attributesInBlock, shares);
+    record->keep(data, size, apart ? &attributes : nullptr, body.attributesInBlock, shares);
+    const auto offset = record->_content.data() - record->_kept.owner.get();
+    body.offset = record->needsCopy() ? 0 : static_cast<std::uint64_t>(offset);
   }
   body.attributesSize = apart ? 0 : static_cast<std::uint32_t>(attributesSize);
-  const std::uint64_t here = record->bringsDescriptor() ? 0 : size;
+  const std::uint64_t here = record->goesInBlock() ? 0 : size;
   record->make(sizeof(Head) + sizeof body + body.attributesSize + here);
   Pen pen(record->_bytes.get());
   pen.put(Head{static_cast<std::uint32_t>(record->_size), Kind::message});
@@ -213,24 +207,30 @@ std::shared_ptr<OutgoingRecord> OutgoingRecord::message(const Stamp& stamp, cons
   return record;
 }
 
-/// Returns where in the block they lie.
-std::uint64_t OutgoingRecord::layIntoBlock(const std::uint8_t* data, std::uint64_t size,
-                                           const AttributeMap* attributes, std::uint64_t attributesSize,
-                                           bool shares) {
-  auto frozen = shares && attributes == nullptr ? memory::ownerOf(data, size) : memory::Frozen{};
-  if (frozen.descriptor < 0) {
-    auto block = mappable(attributesSize + size);
-    Pen pen(block.data());
+void OutgoingRecord::keep(const std::uint8_t* data, std::uint64_t size, const AttributeMap* attributes,
+                          std::uint64_t attributesSize, bool shares) {
+  if (shares && attributes == nullptr) _kept = memory::ownerOf(data, size);
+  if (!_kept.owner) {
+    auto room = memory::Buffer::toSend(std::max(attributesSize + size, memory::leastMappable));
+    Pen pen(room.data());
     if (attributes != nullptr) write(*attributes, pen);
     pen.put(data, size);
-    data = block.data();
-    block.freeze();
-    frozen = memory::ownerOf(data, 1);
-    if (frozen.descriptor < 0) throw std::bad_alloc();
+    data = room.data();
+    room.freeze();
+    _kept = memory::ownerOf(data, 1);
+    if (!_kept.owner) throw std::bad_alloc();
   }
-  _descriptor = frozen.descriptor;
-  _block = std::move(frozen.owner);
-  return static_cast<std::uint64_t>(data - _block.get());
+  _content = {data, attributesSize + size};
+}
+
+memory::Frozen OutgoingRecord::block(std::size_t copies) {
+  if (!needsCopy()) return _kept;
+  const callbacks::MutexLock lock(_mutex);
+  if (auto known = _copy.lock()) return {std::move(known), _content.size(), _copyDescriptor};
+  auto made = copyToCross(_content, copies);
+  _copy = made.owner;
+  _copyDescriptor = made.descriptor;
+  return made;
 }
 
 namespace {

@@ -9,6 +9,7 @@
 #include <span>
 #include <variant>
 
+#include "kestrel/callbacks/ThreadSafety.hpp"
 #include "sequencing/ProducerEvent.hpp"
 #include "sequencing/Stamp.hpp"
 
@@ -27,16 +28,16 @@ inline constexpr std::size_t longestAttributes = std::size_t{8} << 10;
 /// For they take more memory where they are read.
 inline constexpr std::size_t mostAttributes = std::size_t{16} << 20;
 
-/// A record on its way out, the same for all consumers. Nobody changes it once it is made.
+/// A record on its way out, the same for all consumers. Safe from any thread.
 class OutgoingRecord {
  public:
-  /// The first one of each connection. It brings the descriptor of the page in which the consumer keeps its
-  /// accounts, which the caller keeps open.
-  [[nodiscard]] static std::shared_ptr<OutgoingRecord> hello(int accounts);
+  /// The first one of each connection. It goes with the descriptor of the page in which the consumer keeps
+  /// its accounts.
+  [[nodiscard]] static std::shared_ptr<OutgoingRecord> hello();
   [[nodiscard]] static std::shared_ptr<OutgoingRecord> event(const ProducerEvent& event);
-  /// A message. From memory::leastMappable bytes on they go in a block that other processes can map: where
-  /// they lie, if they are in one that is frozen and `shares` says so, else in a copy. `cost` is for cost().
-  /// Throws std::runtime_error where no block can be made.
+  /// A message. From memory::leastMappable bytes on they go in a block. Until then they are kept where they
+  /// lie, if that is in a frozen Buffer and `shares` says so, else in a copy. `cost` is for cost(). Throws
+  /// std::runtime_error where there are too many attributes.
   [[nodiscard]] static std::shared_ptr<OutgoingRecord> message(const Stamp& stamp, const std::uint8_t* data,
                                                                std::uint64_t size,
                                                                const datastreaming::AttributeMap& attributes,
@@ -46,23 +47,32 @@ class OutgoingRecord {
   /// The memory that it takes, as it was told for a message.
   [[nodiscard]] std::uint64_t cost() const { return _cost; }
   [[nodiscard]] bool isMessage() const { return _isMessage; }
-  [[nodiscard]] bool bringsDescriptor() const { return _descriptor >= 0; }
-  [[nodiscard]] int descriptor() const { return _descriptor; }
-  /// Somebody may still be reading the block when nobody here holds it any more.
-  void leaveBlock() const { memory::keepFromReuse(_block); }
+  [[nodiscard]] bool isHello() const { return _isHello; }
+
+  /// Whether it goes with the descriptor of a block of memory that other processes can map.
+  [[nodiscard]] bool goesInBlock() const { return !_content.empty(); }
+  /// Whether that must be made first, and be copied into.
+  [[nodiscard]] bool needsCopy() const { return goesInBlock() && _kept.descriptor < 0; }
+  /// The block, for as long as it is held. Without an owner if it needs a copy and there is no memory for
+  /// that now, or not for somebody who has so many copies already.
+  [[nodiscard]] memory::Frozen block(std::size_t copies);
 
  private:
   void make(std::size_t size);
-  [[nodiscard]] std::uint64_t layIntoBlock(const std::uint8_t* data, std::uint64_t size,
-                                           const datastreaming::AttributeMap* attributes,
-                                           std::uint64_t attributesSize, bool shares);
+  void keep(const std::uint8_t* data, std::uint64_t size, const datastreaming::AttributeMap* attributes,
+            std::uint64_t attributesSize, bool shares);
 
   std::unique_ptr<std::uint8_t[]> _bytes;
   std::size_t _size = 0;
   std::uint64_t _cost = 128;
   bool _isMessage = false;
-  int _descriptor = -1;
-  memory::SharedBytes _block;  // keeps the descriptor open
+  bool _isHello = false;
+  memory::Frozen _kept;                    // what follows lies there
+  std::span<const std::uint8_t> _content;  // of the block
+
+  callbacks::Mutex _mutex;
+  std::weak_ptr<const std::uint8_t> _copy KESTREL_GUARDED_BY(_mutex);  // while anybody holds it
+  int _copyDescriptor KESTREL_GUARDED_BY(_mutex) = -1;
 };
 
 /// Records as they come in. What they refer to lies in the packet.

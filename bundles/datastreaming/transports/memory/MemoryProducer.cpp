@@ -17,10 +17,9 @@ MemoryProducer::~MemoryProducer() {
 }
 
 ProducerBase::Outcome MemoryProducer::transmit(const Outgoing& message) {
-  auto [owner, cost] = _sharing.take(
-      {message.stamp, message.data, message.size, message.attributes}, _stream->queuesMade(),
-      [&](std::uint64_t room) { return !_stream->refusal(message.size, room); },
-      [](const memory::Frozen&) { return true; });
+  auto [owner, cost] =
+      _sharing.take({message.stamp, message.data, message.size, message.attributes}, _stream->queuesMade(),
+                    [&](std::uint64_t room) { return !_stream->refusal(message.size, room); });
   if (!owner && message.size >= memory::leastKept) {  // before a large copy is made in vain
     if (auto why = _stream->refusal(message.size, cost)) return {std::move(why), {}};
   }

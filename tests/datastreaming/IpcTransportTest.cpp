@@ -4,7 +4,6 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -178,21 +177,27 @@ TEST_F(IpcTransportTest, WhoDoesNotTakeLargeMessagesLeavesMemoryForOthers) {
   for (int i = 0; i < many; ++i) ASSERT_EQ(all[i], std::to_string(i) + std::string(100'000, 'x'));
 }
 
-/// No further descriptor can be opened while it exists.
-class NoDescriptors {
+/// Listens at that path and is busy: whoever connects is to come again.
+class BusySocket {
  public:
-  NoDescriptors() {
-    ::getrlimit(RLIMIT_NOFILE, &_before);
-    rlimit none = _before;
-    none.rlim_cur = 1;
-    ::setrlimit(RLIMIT_NOFILE, &none);
+  explicit BusySocket(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const auto* const where = reinterpret_cast<const sockaddr*>(&address);
+    EXPECT_EQ(::bind(_socket, where, sizeof address) + ::listen(_socket, 0), 0);
+    EXPECT_EQ(::connect(_first, where, sizeof address), 0);
   }
-  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &_before); }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
+  ~BusySocket() {
+    ::close(_first);
+    ::close(_socket);
+  }
+  BusySocket(const BusySocket&) = delete;
+  BusySocket& operator=(const BusySocket&) = delete;
 
  private:
-  rlimit _before{};
+  const int _socket = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+  const int _first = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
 };
 
 TEST_F(IpcTransportTest, WhatIsSentWhileAConsumerCannotBeReachedIsKeptForIt) {
@@ -204,12 +209,11 @@ TEST_F(IpcTransportTest, WhatIsSentWhileAConsumerCannotBeReachedIsKeptForIt) {
   const auto sender = producer();
   (void)sendText(*sender, "before");
   here.wait(1);
-  {
-    const NoDescriptors now;
-    ::rename(hidden.c_str(), name.c_str());
-    (void)sendText(*sender, "meanwhile");
-    here.wait(2);
-  }
+  const BusySocket busy(_folder.path() + "/busy");
+  ::rename((_folder.path() + "/busy").c_str(), name.c_str());
+  (void)sendText(*sender, "meanwhile");
+  here.wait(2);
+  ::rename(hidden.c_str(), name.c_str());
   (void)sendText(*sender, "afterwards");
   EXPECT_THAT(_inbox.waitTexts(2), ElementsAre("meanwhile", "afterwards"));
 }

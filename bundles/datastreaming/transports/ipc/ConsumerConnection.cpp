@@ -61,7 +61,8 @@ void ConsumerConnection::attach(const std::shared_ptr<ConsumerLine>& line) {
 
 Written ConsumerConnection::append(const Message& record) {
   if (_lost) return {Written::Kind::lost};
-  const auto& added = _unwritten.emplace_back(std::static_pointer_cast<OutgoingRecord>(record)).record;
+  _unwritten.push_back({std::static_pointer_cast<OutgoingRecord>(record)});
+  const auto& added = _unwritten.back().record;
   _buffered += static_cast<int>(added->bytes().size());
   _costUnwritten += added->cost();
   return {};

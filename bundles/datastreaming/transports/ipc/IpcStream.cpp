@@ -27,16 +27,22 @@ std::shared_ptr<IpcStream> IpcStream::create(std::shared_ptr<IpcStreams> home, s
 
 void IpcStream::close() {
   const auto deadline = Clock::now() + std::chrono::seconds(2);
-  const callbacks::MutexLock lock(_mutex);
-  _closed = true;
+  Lines lines;
+  std::string why;
+  {
+    const callbacks::MutexLock lock(_mutex);
+    _closed = true;  // so nobody else uses the lines from now on, nor waits for this
+    why = attended() ? "the stream was closed before its consumers had taken what was sent"
+                     : "nobody has come to read what was sent";
+    lines.swap(_lines);
+  }
   std::uint64_t left = 0;
-  for (const auto& line : _lines) {
+  for (const auto& line : lines) {
     line->writeOut(deadline);
     left += messagesIn(line->remains().unsent);
   }
-  countLost(left, attended() ? "the stream was closed before its consumers had taken what was sent"
-                             : "nobody has come to read what was sent");
-  _lines.clear();
+  const callbacks::MutexLock lock(_mutex);
+  countLost(left, why);
 }
 
 void IpcStream::openedBy(const std::shared_ptr<StreamContext>& context) {
@@ -172,7 +178,7 @@ void IpcStream::add(std::shared_ptr<ConsumerLine> line) {
 
 void IpcStream::reap() {
   const callbacks::MutexLock lock(_mutex);
-  reapLocked();
+  if (!_closed) reapLocked();
 }
 
 /// What a consumer that has gone was yet to be sent goes to the next one, if there is no other.
@@ -213,6 +219,7 @@ void IpcStream::report(const std::string& text) {
 
 bool IpcStream::tick(ConsumerLine& line) {
   const callbacks::MutexLock lock(_mutex);
+  if (_closed) return false;
   if (line.used() < _limit / 2) line.tellMissed();
   return line.misses();
 }

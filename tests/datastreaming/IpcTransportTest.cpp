@@ -353,6 +353,7 @@ TEST_F(IpcTransportTest, WhatAKilledConsumerWasYetToBeSentGoesToTheNextOne) {
   peer.signal(SIGSTOP);
   for (int i = 0; i < 10; ++i) (void)sendText(*sender, std::to_string(i) + std::string(90'000, 'x'));
   peer.end(SIGKILL);
+  ASSERT_TRUE(eventually("its name to go", [&] { return _folder.files().empty(); }));  // else there are two
   const auto next = consumer(_inbox.callback(), "there");
   EXPECT_TRUE(eventually("the rest", [&] { return _inbox.size() + sent().lost == 10; }));
   EXPECT_EQ(_inbox.wait(1).back().text[0], '9');

@@ -4,8 +4,10 @@
 #include <unistd.h>
 #include <kestrel/callbacks/HeldOverFork.hpp>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <stdexcept>
 #include <tuple>
@@ -244,25 +246,32 @@ void IpcStreams::tell(IpcStream& stream, const std::string& name) {
 
 void IpcStreams::lookAgain(const std::string& name) {
   const callbacks::MutexLock lock(_mutex);
-  _unreached.push_back(name);
+  _unreached.push_back({name, Clock::now()});
   _loop->startTicking();
 }
 
 bool IpcStreams::tryAgain() {
+  // A process that dies closes one socket after the other: what the next consumer is to have must not go to
+  // the one that still listens.
+  constexpr std::chrono::milliseconds pause{50};
+  const auto isDue = [due = Clock::now() - pause](const Unreached& one) { return one.since <= due; };
   Held held;
-  std::vector<std::string> names;
+  std::vector<Unreached> theirs;
+  bool more = false;
   {
     const callbacks::MutexLock lock(_mutex);
-    names.swap(_unreached);
+    std::ranges::copy_if(_unreached, std::back_inserter(theirs), isDue);
+    std::erase_if(_unreached, isDue);
+    more = !_unreached.empty();
   }
   const callbacks::MutexLock lock(_reading);
-  for (const auto& name : names) {
+  for (const auto& [name, since] : theirs) {
     if (const auto stream = watching(name)) tell(*stream, name);
   }
   if (_changesLost) readAllChanges();
   const bool again = findRemoved();  // whoever is not reached now asks for himself
   held.swap(_held);
-  return again;
+  return again || more;
 }
 
 void IpcStreams::Dweller::wake() const {

@@ -102,7 +102,11 @@ class IpcStreams final : public std::enable_shared_from_this<IpcStreams> {
   Held _held KESTREL_GUARDED_BY(_reading);  // while they are told, to be let go of without the lock
 
   callbacks::Mutex _mutex;  // behind those
-  std::vector<std::string> _unreached KESTREL_GUARDED_BY(_mutex);
+  struct Unreached {
+    std::string name;
+    TimePoint since;
+  };
+  std::vector<Unreached> _unreached KESTREL_GUARDED_BY(_mutex);
   std::unordered_map<std::string, std::weak_ptr<IpcStream>> _streams KESTREL_GUARDED_BY(_mutex);  // by name
   std::unordered_map<std::string, std::weak_ptr<Dweller>> _dwellers KESTREL_GUARDED_BY(_mutex);
 
